@@ -1,0 +1,19 @@
+# lum_add_build(<tag> <index> <flags>...)
+#
+# Compiles the shared image sources (LUM_IMAGE_SOURCES) once more, as object
+# library lum_<tag>, for one instruction-set level: LUM_BUILD=<index> and
+# LUM_TAG=<tag> select what differs, <flags> give the level's instruction set.
+function(lum_add_build tag index)
+  set(target lum_${tag})
+  add_library(${target} OBJECT ${LUM_IMAGE_SOURCES})
+  target_compile_definitions(${target} PRIVATE LUM_BUILD=${index} LUM_TAG=${tag}
+                                               LUM_BUILDING_LIBRARY)
+  target_compile_options(${target} PRIVATE ${ARGN})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}
+                                               ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(${target} PRIVATE OpenMP::OpenMP_CXX)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                                             CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+  set_property(GLOBAL APPEND PROPERTY LUM_BUILD_TARGETS ${target})
+endfunction()

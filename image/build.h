@@ -1,0 +1,73 @@
+// What every per-build source includes. The image code is written once and
+// compiled six times, with LUM_BUILD (0..5) and LUM_TAG (k0..k5) set by the
+// build; kBuild selects what differs between instruction-set levels.
+//
+// Everything a per-build source defines must carry its build's tag: C entry
+// points through LUM_ENTRY (k2_lumiMul_32f_C1R), everything else inside
+// LUM_BEGIN_BUILD / LUM_END_BUILD (namespace lum::k2). Otherwise the linker
+// would merge an inline function or template compiled for one build with its
+// twin from another, and a k0 caller could end up running SSE code. For the
+// same reason per-build code keeps away from the standard library's inline
+// templates (std::min and the like) and uses the helpers of its own build.
+#ifndef LUM_IMAGE_BUILD_H
+#define LUM_IMAGE_BUILD_H
+
+#if !defined(LUM_BUILD) || !defined(LUM_TAG)
+#error "per-build sources are compiled by lum_add_build with LUM_BUILD and LUM_TAG"
+#endif
+
+#include <stdint.h>
+
+#include "core/lum_internal.h"
+#include "image/kernels.inc"
+
+#define LUM_CAT_(a, b) a##b
+#define LUM_CAT(a, b) LUM_CAT_(a, b)
+#define LUM_STR_(a) #a
+#define LUM_STR(a) LUM_STR_(a)
+
+// Tagged C name of this build's function: LUM_ENTRY(lumiMul_32f_C1R) is
+// k2_lumiMul_32f_C1R in build k2.
+#define LUM_ENTRY(name) LUM_CAT(LUM_TAG, LUM_CAT(_, name))
+
+#define LUM_BEGIN_BUILD \
+  namespace lum {       \
+  namespace LUM_TAG {
+#define LUM_END_BUILD \
+  }                   \
+  }
+
+LUM_BEGIN_BUILD
+
+constexpr int kBuild = LUM_BUILD;
+
+// Row y of an image operand. The arithmetic is done on unsigned addresses so
+// that negative and zero steps wrap exactly as the caller's pointers do.
+template <class T>
+inline T* rowAt(T* base, int step, int y) {
+  return reinterpret_cast<T*>(reinterpret_cast<uintptr_t>(base) +
+                              static_cast<uintptr_t>(y) * static_cast<uintptr_t>(step));
+}
+
+inline bool isAligned(const void* p, uintptr_t alignment) {
+  return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
+}
+
+// Runs body(y) for y = 0..height-1 in a parallel region that asks for the
+// library's thread count, rows shared out statically. When the runtime
+// declines to fork, the same loop runs on the calling thread.
+template <class Body>
+inline void parallelRows(int height, const Body& body) {
+  const int threads = ownGetNumThreads();
+#pragma omp parallel for schedule(static) num_threads(threads)
+  for (int y = 0; y < height; ++y) body(y);
+}
+
+template <class Body>
+inline void serialRows(int height, const Body& body) {
+  for (int y = 0; y < height; ++y) body(y);
+}
+
+LUM_END_BUILD
+
+#endif

@@ -1,0 +1,37 @@
+// The floating-point control state a call must leave as it found it: the
+// x87 control word and, where the processor has SSE, the MXCSR.
+#ifndef LUM_TESTS_SUPPORT_FP_ENV_H
+#define LUM_TESTS_SUPPORT_FP_ENV_H
+
+#include <stdint.h>
+
+#include <ostream>
+
+namespace lumtest {
+
+// The control fields only: the exception flags (MXCSR bits 0..5) record what
+// the arithmetic raised and are expected to change.
+struct FpControl {
+  uint16_t x87;
+  uint32_t mxcsr;  // 0 where the processor has no SSE
+  bool operator==(const FpControl& o) const { return x87 == o.x87 && mxcsr == o.mxcsr; }
+};
+
+inline FpControl readFpControl() {
+  FpControl c{0, 0};
+  __asm__ __volatile__("fnstcw %0" : "=m"(c.x87));
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("sse")) {
+    __asm__ __volatile__("stmxcsr %0" : "=m"(c.mxcsr));
+    c.mxcsr &= ~0x3Fu;
+  }
+  return c;
+}
+
+inline std::ostream& operator<<(std::ostream& os, const FpControl& c) {
+  return os << "{x87 cw 0x" << std::hex << c.x87 << ", mxcsr 0x" << c.mxcsr << std::dec << "}";
+}
+
+}  // namespace lumtest
+
+#endif

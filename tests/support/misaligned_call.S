@@ -1,0 +1,35 @@
+/* uint32_t lumtest_call_misaligned(const void* fn, const uint32_t* args,
+                                    int nargs, int offset)
+   Copies nargs words of arguments onto a fresh stack area whose address is
+   offset bytes past a 16-byte boundary, calls fn, returns its EAX. */
+        .text
+        .globl  lumtest_call_misaligned
+        .type   lumtest_call_misaligned, @function
+lumtest_call_misaligned:
+        pushl   %ebp
+        movl    %esp, %ebp
+        pushl   %esi
+        pushl   %edi
+        pushl   %ebx
+        movl    16(%ebp), %ecx          /* nargs */
+        leal    0(,%ecx,4), %eax
+        movl    %esp, %edx
+        subl    %eax, %edx
+        subl    $64, %edx
+        andl    $-16, %edx
+        addl    20(%ebp), %edx          /* + offset */
+        movl    %edx, %esp
+        movl    12(%ebp), %esi          /* args */
+        movl    %esp, %edi
+        cld
+        rep movsl
+        movl    8(%ebp), %eax
+        call    *%eax
+        leal    -12(%ebp), %esp
+        popl    %ebx
+        popl    %edi
+        popl    %esi
+        popl    %ebp
+        ret
+        .size   lumtest_call_misaligned, .-lumtest_call_misaligned
+        .section .note.GNU-stack,"",@progbits

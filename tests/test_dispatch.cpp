@@ -1,0 +1,130 @@
+// Build selection: the tables, the stubs, lumStaticInitCpu and the six
+// version records.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+
+#include "core/lum_internal.h"
+#include "lum.h"
+#include "support/builds.h"
+#include "support/threads.h"
+
+namespace {
+
+// Restores the selected build when a test is done with it.
+class IndexScope {
+ public:
+  IndexScope() : saved_(lumJumpIndexForMergedLibs) {}
+  ~IndexScope() { lumJumpIndexForMergedLibs = saved_; }
+
+ private:
+  int saved_;
+};
+
+// Processor codes that have a build, as the initializer's documentation
+// lists them; every other code is refused.
+const std::map<Lum32u, int> kListedCodes = {
+    {0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {0xFFFFFFFFu, 0},
+    {5, 1}, {16, 1}, {17, 1}, {64, 1},
+    {6, 2}, {7, 2}, {9, 2}, {65, 2},
+    {8, 3}, {10, 3}, {11, 3}, {32, 3}, {66, 3},
+    {33, 4}, {34, 4}, {36, 4}, {67, 4},
+    {35, 5}, {37, 5}, {68, 5}, {69, 5},
+};
+
+TEST(StaticInitCpu, EveryCode) {
+  IndexScope restoreIndex;
+  lumtest::ThreadCountScope restoreThreads(1);
+  const int procs = omp_get_num_procs();
+  ASSERT_GE(procs, 1);
+  std::vector<Lum32u> codes;
+  for (Lum32u c = 0; c <= 130; ++c) codes.push_back(c);
+  codes.push_back(0xFFFFFFFFu);
+  codes.push_back(0x80000000u);
+  for (Lum32u code : codes) {
+    for (int before : {3, 1}) {
+      lumJumpIndexForMergedLibs = before;
+      ASSERT_EQ(lumSetNumThreads(procs + 7), lumStsNoErr);
+      const LumStatus st = lumStaticInitCpu(code);
+      const auto listed = kListedCodes.find(code);
+      if (listed != kListedCodes.end()) {
+        EXPECT_EQ(st, lumStsNoErr) << "code " << code;
+        EXPECT_EQ(lumJumpIndexForMergedLibs, listed->second) << "code " << code;
+      } else {
+        EXPECT_EQ(st, lumStsCpuNotSet) << "code " << code;
+        EXPECT_EQ(lumJumpIndexForMergedLibs, before) << "a refused code " << code
+                                                      << " changed the selection";
+      }
+      // The thread count follows the processor count, refused code or not.
+      int threads = 0;
+      ASSERT_EQ(lumGetNumThreads(&threads), lumStsNoErr);
+      EXPECT_EQ(threads, procs) << "code " << code;
+    }
+  }
+}
+
+TEST(StaticInitCpu, LastCallWins) {
+  IndexScope restoreIndex;
+  lumtest::ThreadCountScope restoreThreads(1);
+  ASSERT_EQ(lumStaticInitCpu(67), lumStsNoErr);
+  ASSERT_EQ(lumStaticInitCpu(5), lumStsNoErr);
+  EXPECT_EQ(lumJumpIndexForMergedLibs, 1);
+  EXPECT_STREQ(lumiGetLibVersion()->targetCpu, "k1");
+  ASSERT_EQ(lumStaticInitCpu(96), lumStsCpuNotSet);
+  EXPECT_STREQ(lumiGetLibVersion()->targetCpu, "k1");
+}
+
+TEST(Dispatch, TableEntryIIsBuildKi) {
+  const std::string tag[] = {"k0", "k1", "k2", "k3", "k4", "k5"};
+  for (int k = 0; k < lumtest::kNumBuilds; ++k) {
+    const LumLibraryVersion* v = lumiGetLibVersion_arraddr[k]();
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v->targetCpu, tag[k]);
+    EXPECT_EQ(std::string(v->name), "lumi" + tag[k] + "t.a");
+  }
+  using Mul = decltype(&k0_lumiMul_32f_C1R);
+  const Mul mul[] = {k0_lumiMul_32f_C1R, k1_lumiMul_32f_C1R, k2_lumiMul_32f_C1R,
+                     k3_lumiMul_32f_C1R, k4_lumiMul_32f_C1R, k5_lumiMul_32f_C1R};
+  for (int k = 0; k < lumtest::kNumBuilds; ++k) EXPECT_EQ(lumiMul_32f_C1R_arraddr[k], mul[k]);
+}
+
+TEST(Dispatch, StubsGoToTheSelectedBuild) {
+  IndexScope restoreIndex;
+  for (int k = 0; k < lumtest::kNumBuilds; ++k) {
+    lumJumpIndexForMergedLibs = k;
+    EXPECT_EQ(lumiGetLibVersion(), lumiGetLibVersion_arraddr[k]()) << "index " << k;
+    if (!lumtest::buildSupported(k)) continue;
+    const float a[2] = {3.0f, 0.5f}, b[2] = {-2.0f, 0.25f};
+    float d[2] = {};
+    EXPECT_EQ(lumiMul_32f_C1R(a, 8, b, 8, d, 8, {2, 1}), lumStsNoErr);
+    EXPECT_EQ(d[0], -6.0f);
+    EXPECT_EQ(d[1], 0.125f);
+  }
+}
+
+TEST(VersionRecords, SixRecordsDifferOnlyInTagAndName) {
+  for (int k = 0; k < lumtest::kNumBuilds; ++k) {
+    const LumLibraryVersion* v = lumiGetLibVersion_arraddr[k]();
+    EXPECT_EQ(v->major, 5);
+    EXPECT_EQ(v->minor, 3);
+    EXPECT_EQ(v->majorBuild, 85);
+    EXPECT_EQ(v->build, 499);
+    const char tag[4] = {'k', static_cast<char>('0' + k), 0, 0};
+    EXPECT_EQ(std::memcmp(v->targetCpu, tag, 4), 0) << "targetCpu is NUL-padded";
+    EXPECT_STREQ(v->version, "5.3 Update 1 build 85.18");
+    EXPECT_STREQ(v->buildDate, "Nov 18 2007");
+    // One version string and one date shared by all records.
+    EXPECT_EQ(v->version, lumiGetLibVersion_arraddr[0]()->version);
+    EXPECT_EQ(v->buildDate, lumiGetLibVersion_arraddr[0]()->buildDate);
+  }
+  // The record's layout is part of the ABI.
+  EXPECT_EQ(offsetof(LumLibraryVersion, targetCpu), 16u);
+  EXPECT_EQ(offsetof(LumLibraryVersion, name), 20u);
+  EXPECT_EQ(offsetof(LumLibraryVersion, buildDate), 28u);
+  EXPECT_EQ(sizeof(LumLibraryVersion), 32u);
+}
+
+}  // namespace

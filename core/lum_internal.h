@@ -21,6 +21,21 @@ LUM_HIDDEN int ownBuildIndexForCpu(Lum32u cpu);
 LUM_HIDDEN extern const char ownVersionString[];
 LUM_HIDDEN extern const char ownBuildDate[];
 
+// The constant fill of each build (value, destination, step, size). Not
+// dispatched: only the multiplications of the same build call it.
+#define LUM_TAGGED_SET(tag)                                                          \
+  LUM_HIDDEN LumStatus tag##_lumiSet_8u_C1R(Lum8u value, Lum8u* pDst, int dstStep,   \
+                                            LumSize roiSize);                        \
+  LUM_HIDDEN LumStatus tag##_lumiSet_16s_C1R(Lum16s value, Lum16s* pDst, int dstStep, \
+                                             LumSize roiSize);
+LUM_TAGGED_SET(k0)
+LUM_TAGGED_SET(k1)
+LUM_TAGGED_SET(k2)
+LUM_TAGGED_SET(k3)
+LUM_TAGGED_SET(k4)
+LUM_TAGGED_SET(k5)
+#undef LUM_TAGGED_SET
+
 // The six tagged builds of every dispatched function: k0_name .. k5_name.
 #define LUM_DISPATCHED(ret, name, params, args) \
   LUM_HIDDEN ret k0_##name params;              \

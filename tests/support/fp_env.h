@@ -28,6 +28,19 @@ inline FpControl readFpControl() {
   return c;
 }
 
+// Whether every x87 register is tagged empty, as the calling convention
+// requires between functions. MMX instructions tag them all valid until
+// the MMX state is cleared.
+inline bool x87RegistersFree() {
+  struct {
+    uint16_t cw, unused0, sw, unused1, tw, unused2;
+    uint32_t rest[4];
+  } env;
+  __asm__ __volatile__("fnstenv %0" : "=m"(env));
+  __asm__ __volatile__("fldcw %0" : : "m"(env.cw));  // fnstenv masked the exceptions
+  return env.tw == 0xFFFF;
+}
+
 inline std::ostream& operator<<(std::ostream& os, const FpControl& c) {
   return os << "{x87 cw 0x" << std::hex << c.x87 << ", mxcsr 0x" << c.mxcsr << std::dec << "}";
 }

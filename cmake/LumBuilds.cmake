@@ -8,7 +8,10 @@ function(lum_add_build tag index)
   add_library(${target} OBJECT ${LUM_IMAGE_SOURCES})
   target_compile_definitions(${target} PRIVATE LUM_BUILD=${index} LUM_TAG=${tag}
                                                LUM_BUILDING_LIBRARY)
-  target_compile_options(${target} PRIVATE ${ARGN})
+  # The image code is reached through a C interface and never throws; without
+  # unwinding tables for exceptions no build drags in the untagged, weak
+  # personality reference the compiler emits for some parallel regions.
+  target_compile_options(${target} PRIVATE -fno-exceptions ${ARGN})
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}
                                                ${PROJECT_SOURCE_DIR}/include)
   target_link_libraries(${target} PRIVATE OpenMP::OpenMP_CXX)

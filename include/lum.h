@@ -105,6 +105,19 @@ LUM_API LumStatus lumGetNumThreads(int* pNumThreads);
 
 /* ---- Image arithmetic --------------------------------------------------- */
 
+/* pDst = pSrc1 * pSrc2 * 2^-scaleFactor, rounded to nearest with ties to
+   even and saturated to the pixel type. A positive scaleFactor divides, a
+   negative one multiplies. lumStsNullPtrErr for a NULL pointer (checked
+   first), lumStsSizeErr for a width or height below 1. Steps are not
+   checked; zero and negative steps are taken as given. The destination may
+   be one of the sources. */
+LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
+                                    const Lum8u* pSrc2, int src2Step,
+                                    Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
+                                     const Lum16s* pSrc2, int src2Step,
+                                     Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+
 /* pDst = pSrc1 * pSrc2, single precision. Steps are not checked. */
 LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
@@ -114,6 +127,10 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
    One writable six-entry table per dispatched function, entry i holding the
    function of build i. Filled at load time; the library never changes them. */
 LUM_API extern const LumLibraryVersion* (*lumiGetLibVersion_arraddr[6])(void);
+LUM_API extern LumStatus (*lumiMul_8u_C1RSfs_arraddr[6])(
+    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiMul_16s_C1RSfs_arraddr[6])(
+    const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
 LUM_API extern LumStatus (*lumiMul_32f_C1R_arraddr[6])(
     const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
 

@@ -89,6 +89,16 @@ TEST(Dispatch, TableEntryIIsBuildKi) {
   const Mul mul[] = {k0_lumiMul_32f_C1R, k1_lumiMul_32f_C1R, k2_lumiMul_32f_C1R,
                      k3_lumiMul_32f_C1R, k4_lumiMul_32f_C1R, k5_lumiMul_32f_C1R};
   for (int k = 0; k < lumtest::kNumBuilds; ++k) EXPECT_EQ(lumiMul_32f_C1R_arraddr[k], mul[k]);
+  using Mul8u = decltype(&k0_lumiMul_8u_C1RSfs);
+  const Mul8u mul8u[] = {k0_lumiMul_8u_C1RSfs, k1_lumiMul_8u_C1RSfs, k2_lumiMul_8u_C1RSfs,
+                         k3_lumiMul_8u_C1RSfs, k4_lumiMul_8u_C1RSfs, k5_lumiMul_8u_C1RSfs};
+  for (int k = 0; k < lumtest::kNumBuilds; ++k)
+    EXPECT_EQ(lumiMul_8u_C1RSfs_arraddr[k], mul8u[k]);
+  using Mul16s = decltype(&k0_lumiMul_16s_C1RSfs);
+  const Mul16s mul16s[] = {k0_lumiMul_16s_C1RSfs, k1_lumiMul_16s_C1RSfs, k2_lumiMul_16s_C1RSfs,
+                           k3_lumiMul_16s_C1RSfs, k4_lumiMul_16s_C1RSfs, k5_lumiMul_16s_C1RSfs};
+  for (int k = 0; k < lumtest::kNumBuilds; ++k)
+    EXPECT_EQ(lumiMul_16s_C1RSfs_arraddr[k], mul16s[k]);
 }
 
 TEST(Dispatch, StubsGoToTheSelectedBuild) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -17,13 +18,18 @@
 
 namespace lumtest {
 
+// Marks an operand whose step follows from the width and rowPad.
+constexpr int kStepFromWidth = INT32_MIN;
+
 // Where the three operands lie: extra bytes per row beyond the region, the
 // gap to the guard page (which sets the start's alignment) and the guard the
-// operand is placed against.
+// operand is placed against. `step`, when given, replaces width plus rowPad
+// (zero and negative steps included).
 struct OperandLayout {
   int rowPad = 0;
   int gap = 0;
   Against against = Against::End;
+  int step = kStepFromWidth;
 };
 
 struct BinaryLayout {
@@ -34,6 +40,7 @@ struct BinaryLayout {
 
 template <class T>
 int stepOf(const BinaryLayout& l, const OperandLayout& o) {
+  if (o.step != kStepFromWidth) return o.step;
   return l.width * static_cast<int>(sizeof(T)) + o.rowPad;
 }
 
@@ -71,6 +78,7 @@ std::vector<T> runBinary(const BinaryLayout& l, const std::vector<T>& a, const s
   *status = fn(s1.origin<T>(), s1.step(), s2.origin<T>(), s2.step(), d.origin<T>(), d.step(),
                LumSize{l.width, l.height});
   EXPECT_EQ(readFpControl(), before) << "the call changed the floating-point control state";
+  EXPECT_TRUE(x87RegistersFree()) << "the call left the MMX state uncleared";
   EXPECT_EQ(d.paddingDamage(), "") << "bytes outside the destination region were written";
   EXPECT_EQ(s1.paddingDamage(), "");
   EXPECT_EQ(s2.paddingDamage(), "");

@@ -31,4 +31,11 @@
         &lum::k5::name                                                                \
   }
 
+// The same for routines that only the vector builds k1..k5 have; entry 0 is
+// null.
+#define LUM_PER_VECTOR_BUILD(name)                                                      \
+  {                                                                                     \
+    nullptr, &lum::k1::name, &lum::k2::name, &lum::k3::name, &lum::k4::name, &lum::k5::name \
+  }
+
 #endif

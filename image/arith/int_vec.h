@@ -1,0 +1,137 @@
+// The integer vector operations the integer row kernels are written in, for
+// one build: 8-byte MMX registers in k1, 16-byte SSE2 registers from k2 on.
+// The kernels are written once against these names; only the register width
+// (kVecBytes) and the load/store flavours differ.
+//
+// Shift counts are vectors (vCount), so that the same code serves constant
+// and run-time counts in every build and at every optimisation level.
+//
+// Included by per-build sources after image/build.h; empty in k0.
+#ifndef LUM_IMAGE_ARITH_INT_VEC_H
+#define LUM_IMAGE_ARITH_INT_VEC_H
+
+#include "image/build.h"
+
+#if LUM_BUILD == 1
+#include <mmintrin.h>
+#include <xmmintrin.h>
+#elif LUM_BUILD >= 2
+#include <emmintrin.h>
+#endif
+
+#if LUM_BUILD >= 1
+
+LUM_BEGIN_BUILD
+
+#if LUM_BUILD == 1
+
+using Vec = __m64;
+constexpr int kVecBytes = 8;
+// An 8-byte operand at any address: MMX loads and stores need no alignment.
+typedef __m64 Vec8Unaligned __attribute__((aligned(1), may_alias));
+
+inline Vec vLoad(const void* p) { return *static_cast<const Vec8Unaligned*>(p); }
+inline Vec vLoadAligned(const void* p) { return vLoad(p); }
+inline void vStore(void* p, Vec v) { *static_cast<Vec8Unaligned*>(p) = v; }
+inline void vStoreAligned(void* p, Vec v) { vStore(p, v); }
+
+inline Vec vZero() { return _mm_setzero_si64(); }
+inline Vec vSet16(int v) { return _mm_set1_pi16(static_cast<short>(v)); }
+inline Vec vSet32(int v) { return _mm_set1_pi32(v); }
+inline Vec vCount(int n) { return _mm_cvtsi32_si64(n); }
+
+inline Vec vAnd(Vec a, Vec b) { return _mm_and_si64(a, b); }
+inline Vec vOr(Vec a, Vec b) { return _mm_or_si64(a, b); }
+inline Vec vXor(Vec a, Vec b) { return _mm_xor_si64(a, b); }
+inline Vec vAndNot(Vec a, Vec b) { return _mm_andnot_si64(a, b); }  // ~a & b
+
+inline Vec vUnpackLo8(Vec a, Vec b) { return _mm_unpacklo_pi8(a, b); }
+inline Vec vUnpackHi8(Vec a, Vec b) { return _mm_unpackhi_pi8(a, b); }
+inline Vec vUnpackLo16(Vec a, Vec b) { return _mm_unpacklo_pi16(a, b); }
+inline Vec vUnpackHi16(Vec a, Vec b) { return _mm_unpackhi_pi16(a, b); }
+inline Vec vPackUS16(Vec a, Vec b) { return _mm_packs_pu16(a, b); }
+inline Vec vPackS32(Vec a, Vec b) { return _mm_packs_pi32(a, b); }
+
+inline Vec vCmpEq8(Vec a, Vec b) { return _mm_cmpeq_pi8(a, b); }
+inline Vec vCmpEq16(Vec a, Vec b) { return _mm_cmpeq_pi16(a, b); }
+inline Vec vAdd16(Vec a, Vec b) { return _mm_add_pi16(a, b); }
+inline Vec vSub16(Vec a, Vec b) { return _mm_sub_pi16(a, b); }
+inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_pu16(a, b); }
+inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_pi16(a, b); }
+inline Vec vAdd32(Vec a, Vec b) { return _mm_add_pi32(a, b); }
+inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_pi16(a, b); }
+
+inline Vec vShl16(Vec a, Vec n) { return _mm_sll_pi16(a, n); }
+inline Vec vShrU16(Vec a, Vec n) { return _mm_srl_pi16(a, n); }
+inline Vec vShrS16(Vec a, Vec n) { return _mm_sra_pi16(a, n); }
+inline Vec vShrU32(Vec a, Vec n) { return _mm_srl_pi32(a, n); }
+inline Vec vShrS32(Vec a, Vec n) { return _mm_sra_pi32(a, n); }
+
+// Leaves the MMX registers free for the x87 unit again.
+inline void vEnd() { _mm_empty(); }
+
+#else
+
+using Vec = __m128i;
+constexpr int kVecBytes = 16;
+
+inline Vec vLoad(const void* p) { return _mm_loadu_si128(static_cast<const Vec*>(p)); }
+inline Vec vLoadAligned(const void* p) { return _mm_load_si128(static_cast<const Vec*>(p)); }
+inline void vStore(void* p, Vec v) { _mm_storeu_si128(static_cast<Vec*>(p), v); }
+inline void vStoreAligned(void* p, Vec v) { _mm_store_si128(static_cast<Vec*>(p), v); }
+
+inline Vec vZero() { return _mm_setzero_si128(); }
+inline Vec vSet16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
+inline Vec vSet32(int v) { return _mm_set1_epi32(v); }
+inline Vec vCount(int n) { return _mm_cvtsi32_si128(n); }
+
+inline Vec vAnd(Vec a, Vec b) { return _mm_and_si128(a, b); }
+inline Vec vOr(Vec a, Vec b) { return _mm_or_si128(a, b); }
+inline Vec vXor(Vec a, Vec b) { return _mm_xor_si128(a, b); }
+inline Vec vAndNot(Vec a, Vec b) { return _mm_andnot_si128(a, b); }  // ~a & b
+
+inline Vec vUnpackLo8(Vec a, Vec b) { return _mm_unpacklo_epi8(a, b); }
+inline Vec vUnpackHi8(Vec a, Vec b) { return _mm_unpackhi_epi8(a, b); }
+inline Vec vUnpackLo16(Vec a, Vec b) { return _mm_unpacklo_epi16(a, b); }
+inline Vec vUnpackHi16(Vec a, Vec b) { return _mm_unpackhi_epi16(a, b); }
+inline Vec vPackUS16(Vec a, Vec b) { return _mm_packus_epi16(a, b); }
+inline Vec vPackS32(Vec a, Vec b) { return _mm_packs_epi32(a, b); }
+
+inline Vec vCmpEq8(Vec a, Vec b) { return _mm_cmpeq_epi8(a, b); }
+inline Vec vCmpEq16(Vec a, Vec b) { return _mm_cmpeq_epi16(a, b); }
+inline Vec vAdd16(Vec a, Vec b) { return _mm_add_epi16(a, b); }
+inline Vec vSub16(Vec a, Vec b) { return _mm_sub_epi16(a, b); }
+inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_epu16(a, b); }
+inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_epi16(a, b); }
+inline Vec vAdd32(Vec a, Vec b) { return _mm_add_epi32(a, b); }
+inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_epi16(a, b); }
+
+inline Vec vShl16(Vec a, Vec n) { return _mm_sll_epi16(a, n); }
+inline Vec vShrU16(Vec a, Vec n) { return _mm_srl_epi16(a, n); }
+inline Vec vShrS16(Vec a, Vec n) { return _mm_sra_epi16(a, n); }
+inline Vec vShrU32(Vec a, Vec n) { return _mm_srl_epi32(a, n); }
+inline Vec vShrS32(Vec a, Vec n) { return _mm_sra_epi32(a, n); }
+
+inline void vEnd() {}
+
+#endif
+
+// ---- Building blocks shared by the kernels -------------------------------------
+
+// min(p, 255) of unsigned 16-bit lanes: p minus its excess over 255.
+inline Vec vMin255U16(Vec p, Vec c255) { return vSub16(p, vSubsU16(p, c255)); }
+
+// Exact 32-bit products of the 16-bit lanes of a and b, low and high halves:
+// a widened with zero against b doubled, so that the multiply-add adds 0.
+inline Vec vMul16sLo(Vec a, Vec b, Vec zero) {
+  return vMadd16(vUnpackLo16(a, zero), vUnpackLo16(b, b));
+}
+inline Vec vMul16sHi(Vec a, Vec b, Vec zero) {
+  return vMadd16(vUnpackHi16(a, zero), vUnpackHi16(b, b));
+}
+
+LUM_END_BUILD
+
+#endif  // LUM_BUILD >= 1
+
+#endif

@@ -1,0 +1,180 @@
+// lumiMul_16s_C1RSfs: pDst = saturate(round(pSrc1 * pSrc2 * 2^-scaleFactor)),
+// rounded half to even, per pixel; and its row kernels ownsMul_16s*.
+//
+// The kernels form exact 32-bit products with a multiply-add (one source
+// widened with zero, the other doubled, so the second product is 0), work in
+// 32-bit lanes and pack back with signed saturation.
+#include "image/arith/mul_int.h"
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+// ---- The five cases -----------------------------------------------------------
+
+// saturate(p): the pack saturates.
+struct Mul16sPlainOp {
+  static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
+  static constexpr int kBlock = kBuild == 1 ? 8 : 16;
+  Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero();
+  Vec vector(Vec a, Vec b) const {
+    return vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
+  }
+#endif
+};
+
+// Rounding shift by s (1..30): p + 2^(s-1) - 1 + ((p >> s) & 1), shifted
+// arithmetically. The bit is isolated with a logical shift and a mask; for
+// s = 1 the constant is 0.
+struct Mul16sRightShiftOp {
+  static constexpr int kMinRow = kBuild == 1 ? 7 : 15;
+  static constexpr int kBlock = kBuild == 1 ? 4 : 8;
+  int s;
+  explicit Mul16sRightShiftOp(int shift) : s(shift) {}
+  Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), one = vSet32(1), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
+  Vec round(Vec p) const {
+    return vShrS32(vAdd32(vAdd32(p, bias), vAnd(vShrU32(p, shift), one)), shift);
+  }
+  Vec vector(Vec a, Vec b) const {
+    return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
+  }
+#endif
+};
+
+// Scale factor 1: the s = 1 form, (p + ((p >> 1) & 1)) >> 1.
+struct Mul16sHalfOp {
+  static constexpr int kMinRow = Mul16sRightShiftOp::kMinRow;
+  static constexpr int kBlock = Mul16sRightShiftOp::kBlock;
+  Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), one = vSet32(1), shift1 = vCount(1);
+  Vec round(Vec p) const { return vShrS32(vAdd32(p, vAnd(vShrU32(p, shift1), one)), shift1); }
+  Vec vector(Vec a, Vec b) const {
+    return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
+  }
+#endif
+};
+
+// saturate(saturate(p) << k), k = 1..14: the first pack clamps; each 16-bit
+// value is then put in the upper half of a 32-bit lane and shifted right
+// arithmetically by 16 - k, an exact multiplication by 2^k; the second pack
+// clamps again.
+struct Mul16sLeftShiftOp {
+  static constexpr int kMinRow = kBuild == 1 ? 11 : 15;
+  static constexpr int kBlock = 8;
+  int k;
+  explicit Mul16sLeftShiftOp(int shift) : k(shift) {}
+  Lum16s scalar(int a, int b) const { return mul16sLeftShift(a, b, k); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), shift = vCount(16 - k);
+  Vec vector(Vec a, Vec b) const {
+    const Vec q = vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
+    return vPackS32(vShrS32(vUnpackLo16(zero, q), shift), vShrS32(vUnpackHi16(zero, q), shift));
+  }
+#endif
+};
+
+// By sign only: 0 where either pixel is 0; else 32767 when the signs agree
+// and -32768 when they differ (0x7FFF with every bit flipped).
+struct Mul16sSignOnlyOp {
+  static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
+  static constexpr int kBlock = kBuild == 1 ? 8 : 16;
+  Lum16s scalar(int a, int b) const { return mul16sSignOnly(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), cMax = vSet16(32767), shift15 = vCount(15);
+  Vec vector(Vec a, Vec b) const {
+    const Vec anyZero = vOr(vCmpEq16(a, zero), vCmpEq16(b, zero));
+    const Vec differ = vShrS16(vXor(a, b), shift15);
+    return vAndNot(anyZero, vXor(cMax, differ));
+  }
+#endif
+};
+
+}  // namespace
+
+// ---- Row kernels (k1..k5) --------------------------------------------------------
+
+#if LUM_BUILD >= 1
+void ownsMul_16s(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+  mulRow(a, b, d, len, Mul16sPlainOp());
+}
+void ownsMul_16s_1Sfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+  mulRow(a, b, d, len, Mul16sHalfOp());
+}
+void ownsMul_16s_PosSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int s) {
+  mulRow(a, b, d, len, Mul16sRightShiftOp(s));
+}
+void ownsMul_16s_NegSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int k) {
+  mulRow(a, b, d, len, Mul16sLeftShiftOp(k));
+}
+void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+  mulRow(a, b, d, len, Mul16sSignOnlyOp());
+}
+#endif
+
+namespace {
+
+// Whether a case runs its rows in a parallel region: the plain, left-shift
+// and sign-only cases from k2 on at any size; the rounding cases (scale
+// factors 1 to 30 alike) only when the region is large enough.
+bool mul16sParallel(MulCase c, LumSize roiSize) {
+  const bool rounding = c == MulCase::Half || c == MulCase::RightShift;
+  if (kBuild == 0) return false;
+  if (kBuild == 1) return rounding && (roiSize.height >> 2) + (roiSize.width >> 3) > 20;
+  if (!rounding) return true;
+  return sizeSum(roiSize) >= 128;
+}
+
+}  // namespace
+
+LUM_END_BUILD
+
+extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1Step,
+                                                   const Lum16s* pSrc2, int src2Step,
+                                                   Lum16s* pDst, int dstStep, LumSize roiSize,
+                                                   int scaleFactor) {
+  using namespace lum::LUM_TAG;
+  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
+  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
+
+  const MulCase c = mulCase16s(scaleFactor);
+  if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);
+  const bool parallel = mul16sParallel(c, roiSize);
+  const auto rows = [&](const auto& makeOp, const auto& kernel) {
+    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
+                 parallel);
+  };
+  switch (c) {
+    case MulCase::Plain:
+      rows([] { return Mul16sPlainOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_16s(a, b, d, n); });
+      break;
+    case MulCase::SignOnly:
+      rows([] { return Mul16sSignOnlyOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_16s_Bound(a, b, d, n); });
+      break;
+    case MulCase::LeftShift: {
+      const int k = -scaleFactor;
+      rows([k] { return Mul16sLeftShiftOp(k); },
+           [k](auto a, auto b, auto d, int n) { ownsMul_16s_NegSfs(a, b, d, n, k); });
+      break;
+    }
+    case MulCase::Half:
+      rows([] { return Mul16sHalfOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_16s_1Sfs(a, b, d, n); });
+      break;
+    case MulCase::RightShift: {
+      const int s = scaleFactor;
+      rows([s] { return Mul16sRightShiftOp(s); },
+           [s](auto a, auto b, auto d, int n) { ownsMul_16s_PosSfs(a, b, d, n, s); });
+      break;
+    }
+    case MulCase::Zero:
+      break;
+  }
+  return lumStsNoErr;
+}

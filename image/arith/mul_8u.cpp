@@ -1,0 +1,192 @@
+// lumiMul_8u_C1RSfs: pDst = saturate(round(pSrc1 * pSrc2 * 2^-scaleFactor)),
+// rounded half to even, per pixel; and its row kernels ownsMul_8u*.
+//
+// The kernels multiply in 16-bit lanes: a product of two bytes is at most
+// 65025 and fits, and every step after it is arranged to stay inside the
+// lane as an unsigned value before the final pack with unsigned saturation
+// (which reads its input as signed, so lanes above 32767 are avoided).
+#include "image/arith/mul_int.h"
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+// ---- The five cases -----------------------------------------------------------
+// Block sizes and row minimums: a row must hold one block after the longest
+// alignment prologue for the vector path to pay off.
+
+// saturate(p): min(p, 255) in the lane, then pack.
+struct Mul8uPlainOp {
+  static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
+  static constexpr int kBlock = 16;
+  Lum8u scalar(int a, int b) const { return mul8uPlain(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), c255 = vSet16(255);
+  Vec vector(Vec a, Vec b) const {
+    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
+    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
+    return vPackUS16(vMin255U16(lo, c255), vMin255U16(hi, c255));
+  }
+#endif
+};
+
+// (p + ((p >> 1) & 1)) >> 1: at most 65026 before the shift, 32513 after.
+struct Mul8uHalfOp {
+  static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
+  static constexpr int kBlock = kBuild == 1 ? 8 : 16;
+  Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), one = vSet16(1), shift1 = vCount(1);
+  Vec round(Vec p) const { return vShrU16(vAdd16(p, vAnd(vShrU16(p, shift1), one)), shift1); }
+  Vec vector(Vec a, Vec b) const {
+    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
+    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
+    return vPackUS16(round(lo), round(hi));
+  }
+#endif
+};
+
+// Rounding shift by s = 2..16. p + 2^(s-1) - 1 + bit can pass 2^16, so the
+// lane works on h = p >> 1 and l = p & 1:
+//   t = (l + 2^(s-1) - 1 + ((h >> (s-1)) & 1)) >> 1,  result = (h + t) >> (s-1)
+// which is the same floor division done in two steps; every intermediate
+// stays below 2^16 (h + t <= 32512 + 16384).
+struct Mul8uRightShiftOp {
+  static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
+  static constexpr int kBlock = kBuild == 1 ? 8 : 16;
+  int s;
+  explicit Mul8uRightShiftOp(int shift) : s(shift) {}
+  Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), one = vSet16(1), shift1 = vCount(1);
+  Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vCount(s - 1);
+  Vec round(Vec p) const {
+    const Vec h = vShrU16(p, shift1);
+    const Vec l = vAnd(p, one);
+    const Vec odd = vAnd(vShrU16(h, shiftRest), one);
+    const Vec t = vShrU16(vAdd16(vAdd16(l, bias), odd), shift1);
+    return vShrU16(vAdd16(h, t), shiftRest);
+  }
+  Vec vector(Vec a, Vec b) const {
+    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
+    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
+    return vPackUS16(round(lo), round(hi));
+  }
+#endif
+};
+
+// saturate(p << k), k = 1..7: clamping to 255 first gives the same result
+// and keeps the shifted lane below 2^15.
+struct Mul8uLeftShiftOp {
+  static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
+  static constexpr int kBlock = 16;
+  int k;
+  explicit Mul8uLeftShiftOp(int shift) : k(shift) {}
+  Lum8u scalar(int a, int b) const { return mul8uLeftShift(a, b, k); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), c255 = vSet16(255), shift = vCount(k);
+  Vec vector(Vec a, Vec b) const {
+    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
+    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
+    return vPackUS16(vShl16(vMin255U16(lo, c255), shift), vShl16(vMin255U16(hi, c255), shift));
+  }
+#endif
+};
+
+// 255 where both bytes are nonzero: no multiplication at all.
+struct Mul8uSignOnlyOp {
+  static constexpr int kMinRow = kBuild == 1 ? 23 : 47;
+  static constexpr int kBlock = kBuild == 1 ? 16 : 32;
+  Lum8u scalar(int a, int b) const { return mul8uSignOnly(a, b); }
+#if LUM_BUILD >= 1
+  Vec zero = vZero(), ones = vCmpEq8(vZero(), vZero());
+  Vec vector(Vec a, Vec b) const {
+    return vXor(vOr(vCmpEq8(a, zero), vCmpEq8(b, zero)), ones);
+  }
+#endif
+};
+
+}  // namespace
+
+// ---- Row kernels (k1..k5) --------------------------------------------------------
+
+#if LUM_BUILD >= 1
+void ownsMul_8u(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+  mulRow(a, b, d, len, Mul8uPlainOp());
+}
+void ownsMul_8u_1Sfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+  mulRow(a, b, d, len, Mul8uHalfOp());
+}
+void ownsMul_8u_PosSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int s) {
+  mulRow(a, b, d, len, Mul8uRightShiftOp(s));
+}
+void ownsMul_8u_NegSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int k) {
+  mulRow(a, b, d, len, Mul8uLeftShiftOp(k));
+}
+void ownsMul_8u_Bound(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+  mulRow(a, b, d, len, Mul8uSignOnlyOp());
+}
+#endif
+
+namespace {
+
+// Whether a case runs its rows in a parallel region. The plain, left-shift
+// and sign-only cases are cheap per pixel and go parallel from k2 on at any
+// size; the rounding cases only when the region is large enough, and the
+// thresholds of scale factor 1 and of 2..16 are tuned apart.
+bool mul8uParallel(MulCase c, LumSize roiSize) {
+  const bool rounding = c == MulCase::Half || c == MulCase::RightShift;
+  if (kBuild == 0) return false;
+  if (kBuild == 1) return rounding && (roiSize.height >> 2) + (roiSize.width >> 4) > 20;
+  if (!rounding) return true;
+  return sizeSum(roiSize) >= (c == MulCase::Half ? 128 : 256);
+}
+
+}  // namespace
+
+LUM_END_BUILD
+
+extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1Step,
+                                                  const Lum8u* pSrc2, int src2Step, Lum8u* pDst,
+                                                  int dstStep, LumSize roiSize, int scaleFactor) {
+  using namespace lum::LUM_TAG;
+  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
+  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
+
+  const MulCase c = mulCase8u(scaleFactor);
+  if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_8u_C1R)(0, pDst, dstStep, roiSize);
+  const bool parallel = mul8uParallel(c, roiSize);
+  const auto rows = [&](const auto& makeOp, const auto& kernel) {
+    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
+                 parallel);
+  };
+  switch (c) {
+    case MulCase::Plain:
+      rows([] { return Mul8uPlainOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_8u(a, b, d, n); });
+      break;
+    case MulCase::SignOnly:
+      rows([] { return Mul8uSignOnlyOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_8u_Bound(a, b, d, n); });
+      break;
+    case MulCase::LeftShift: {
+      const int k = -scaleFactor;
+      rows([k] { return Mul8uLeftShiftOp(k); },
+           [k](auto a, auto b, auto d, int n) { ownsMul_8u_NegSfs(a, b, d, n, k); });
+      break;
+    }
+    case MulCase::Half:
+      rows([] { return Mul8uHalfOp(); },
+           [](auto a, auto b, auto d, int n) { ownsMul_8u_1Sfs(a, b, d, n); });
+      break;
+    case MulCase::RightShift: {
+      const int s = scaleFactor;
+      rows([s] { return Mul8uRightShiftOp(s); },
+           [s](auto a, auto b, auto d, int n) { ownsMul_8u_PosSfs(a, b, d, n, s); });
+      break;
+    }
+    case MulCase::Zero:
+      break;
+  }
+  return lumStsNoErr;
+}

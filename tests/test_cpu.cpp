@@ -237,9 +237,9 @@ TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
     Lum32u ebx, edx;
     int smt;
   } cases[] = {
-      {2u << 16, bits::kHtt, 1},      {1u << 16, bits::kHtt, 0},     {0, bits::kHtt, 0},
-      {255u << 16, bits::kHtt, 1},    {2u << 16, 0, 0},              {0xFF00FFFFu, bits::kHtt, 0},
-      {0x0001FFFFu, bits::kHtt, 0},   {(128u << 16) | 0xFFFF, bits::kHtt, 1},
+      {2u << 16, bits::kSmt, 1},      {1u << 16, bits::kSmt, 0},     {0, bits::kSmt, 0},
+      {255u << 16, bits::kSmt, 1},    {2u << 16, 0, 0},              {0xFF00FFFFu, bits::kSmt, 0},
+      {0x0001FFFFu, bits::kSmt, 0},   {(128u << 16) | 0xFFFF, bits::kSmt, 1},
   };
   for (const Case& c : cases) {
     CpuDesc d = torva(15, 2, 0, kEdxSse2 | c.edx);
@@ -356,7 +356,7 @@ TEST(CpuIdent, FieldsFromTheirBits) {
   d.extFamily = 0xA7;
   d.typeBits = 0x2;  // bits 12..13 = 10b
   d.ecx1 = bits::kSse3 | bits::kSse41;
-  d.edx1 = bits::kMmx | bits::kSse2 | bits::kHtt | 0x800u;  // and bit 11 of EDX
+  d.edx1 = bits::kMmx | bits::kSse2 | bits::kSmt | 0x800u;  // and bit 11 of EDX
   d.ebx1 = 3u << 16;
   d.leaf2 = {0x11223301u, 0x44556677u, 0x8899AABBu, 0xCCDDEEFFu};
   d.cores(6);
@@ -500,7 +500,7 @@ TEST(ThisProcessor, QueriesAgreeWithTheCompilersReading) {
   ASSERT_EQ(lum_has_cpuid(), 1);
   // Twice: the ID bit is left flipped, and the test must still succeed.
   ASSERT_EQ(lum_has_cpuid(), 1);
-  unsigned a, b, c, d;
+  unsigned a = 0, b = 0, c = 0, d = 0;
   const unsigned maxLeaf = __get_cpuid_max(0, nullptr);
   EXPECT_EQ(static_cast<unsigned>(lum_max_cpuid_input()), maxLeaf);
   ASSERT_TRUE(__get_cpuid(1, &a, &b, &c, &d));
@@ -562,7 +562,7 @@ TEST(ThisProcessor, ClassificationAndInitializer) {
 TEST(ThisProcessor, RegisterBlockInOrder) {
   Lum32u r[4] = {1, 2, 3, 4};
   ownGetReg(r, 0, 0);
-  unsigned a, b, c, d;
+  unsigned a = 0, b = 0, c = 0, d = 0;
   __cpuid_count(0, 0, a, b, c, d);
   EXPECT_EQ(r[0], a);
   EXPECT_EQ(r[1], b);

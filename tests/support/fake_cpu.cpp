@@ -18,7 +18,7 @@ Lum32u CpuDesc::leaf1Eax() const {
 
 CpuDesc& CpuDesc::logical(Lum32u n) {
   ebx1 = (ebx1 & ~0x00FF0000u) | (n & 0xFF) << 16;
-  edx1 |= bits::kHtt;
+  edx1 |= bits::kSmt;
   return *this;
 }
 

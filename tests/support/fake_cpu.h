@@ -21,7 +21,7 @@ struct CpuRegs {
 // them.
 namespace bits {
 constexpr Lum32u kRdtsc = 1u << 4, kMmx = 1u << 23, kSse = 1u << 25, kSse2 = 1u << 26,
-                 kHtt = 1u << 28, kEdx30 = 1u << 30;
+                 kSmt = 1u << 28, kEdx30 = 1u << 30;
 constexpr Lum32u kSse3 = 1u << 0, kSsse3 = 1u << 9, kSse41 = 1u << 19, kSse42 = 1u << 20;
 constexpr Lum32u kX64 = 1u << 29;  // leaf 0x80000001 EDX
 }  // namespace bits
@@ -40,7 +40,7 @@ struct CpuDesc {
   CpuRegs leaf2{1, 0, 0, 0};
 
   Lum32u leaf1Eax() const;
-  // With n logical processors per package in leaf 1 EBX and the HTT bit.
+  // With n logical processors per package in leaf 1 EBX and the SMT bit (EDX bit 28).
   CpuDesc& logical(Lum32u n);
   CpuDesc& cores(Lum32u n);  // leaf 4 reports n cores
 };

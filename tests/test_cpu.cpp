@@ -22,15 +22,7 @@ using lumtest::CpuDesc;
 using lumtest::FakeCpu;
 namespace bits = lumtest::bits;
 
-// Restores the selected build when a test is done with it.
-class IndexScope {
- public:
-  IndexScope() : saved_(lumJumpIndexForMergedLibs) {}
-  ~IndexScope() { lumJumpIndexForMergedLibs = saved_; }
-
- private:
-  int saved_;
-};
+using lumtest::IndexScope;
 
 // Feature sets, lowest level to highest, each with everything below it.
 constexpr Lum32u kEdxSse = bits::kMmx | bits::kSse;

@@ -49,16 +49,39 @@ inline T* rowAt(T* base, int step, int y) {
                               static_cast<uintptr_t>(y) * static_cast<uintptr_t>(step));
 }
 
+// Pixel access for scalar paths. Pixel pointers need not be aligned to the
+// pixel size (callers may pass any byte address), so scalar code loads and
+// stores through these rather than dereferencing: the compiler then makes no
+// alignment assumption, neither here nor in loops it vectorises.
+template <class T>
+inline T loadPixel(const T* p) {
+  T v;
+  __builtin_memcpy(&v, p, sizeof v);
+  return v;
+}
+
+template <class T>
+inline void storePixel(T* p, T v) {
+  __builtin_memcpy(p, &v, sizeof v);
+}
+
 inline bool isAligned(const void* p, uintptr_t alignment) {
   return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
 }
 
 // Runs body(y) for y = 0..height-1 in a parallel region that asks for the
 // library's thread count, rows shared out statically. When the runtime
-// declines to fork, the same loop runs on the calling thread.
+// declines to fork, the same loop runs on the calling thread. A team of one
+// is the calling thread alone, so with a thread count of 1 the loop runs
+// directly: same rows, same order, without the runtime's team set-up, which
+// costs a system call per region on 32-bit x86.
 template <class Body>
 inline void parallelRows(int height, const Body& body) {
   const int threads = ownGetNumThreads();
+  if (threads == 1) {
+    for (int y = 0; y < height; ++y) body(y);
+    return;
+  }
 #pragma omp parallel for schedule(static) num_threads(threads)
   for (int y = 0; y < height; ++y) body(y);
 }

@@ -8,8 +8,8 @@
  * negative on error (nothing is written), positive for a warning.
  *
  * The image functions are built once per instruction-set level; each call
- * goes to the build selected with lumStaticInitCpu (the generic build until
- * then).
+ * goes to the build selected with lumStaticInit or lumStaticInitCpu (the
+ * generic build until then).
  */
 #ifndef LUM_H
 #define LUM_H
@@ -95,6 +95,107 @@ LUM_API LumStatus lumStaticInitCpu(Lum32u cpu);
 
 /* Version record of the selected build. Constant data: do not free. */
 LUM_API const LumLibraryVersion* lumiGetLibVersion(void);
+
+/* ---- Processor identification ----------------------------------------- */
+
+typedef unsigned long long Lum64u;
+
+/* Processor code: what lumGetCpuType reports and lumStaticInitCpu accepts. */
+typedef enum {
+  lumCpuUnknown = 0,    /* no CPUID, or none of the tested features */
+  lumCpuFam5A = 1,
+  lumCpuFam5B = 2,
+  lumCpuFam6A = 3,
+  lumCpuFam6B = 4,
+  lumCpuFam6C = 5,
+  lumCpuFam15A = 6,
+  lumCpuFam15B = 7,
+  lumCpuFam15C = 8,
+  lumCpuFam6D = 9,
+  lumCpuFam6E = 10,
+  lumCpuFam6F = 11,
+  lumCpuBit30Fam7 = 16,
+  lumCpuBit30 = 17,
+  lumCpuFam15D = 32,
+  lumCpuFam6G = 33,
+  lumCpuFam6H = 34,
+  lumCpuFam6I = 35,
+  lumCpuFam6J = 36,
+  lumCpuCode37 = 37,    /* never reported; accepted by lumStaticInitCpu */
+  lumCpuSse = 64,
+  lumCpuSse2 = 65,
+  lumCpuSse3 = 66,
+  lumCpuSsse3 = 67,
+  lumCpuSse41 = 68,
+  lumCpuSse42 = 69,
+  lumCpuX64 = 96        /* x64 flag without any SSE level */
+} LumCpuType;
+
+/* Identification record filled by lum_get_kestrel_ident. family, model and
+   stepping are the raw leaf-1 fields; flags are 0 or 1; `spare` is never
+   written. */
+typedef struct {
+  int family;
+  int stepping;
+  int model;
+  int type;
+  int featureEdx;
+  int leaf2Eax;
+  int leaf2Edx;
+  int mmx;
+  int spare;
+  int sse;
+  int sse2;
+  int smt;
+  int sse3;
+  int x64;
+  int ssse3;
+  int coresOnDie;
+  int sse41;
+  int sse42;
+  int extFamily;
+  int extModel;
+} LumCpuIdent;
+
+/* Classifies the running processor and selects its build (the generic one
+   for a code without a build), and sets the thread count to the number of
+   processors. Returns lumStsNoErr on a "GenuineTorva" processor, otherwise
+   lumStsNotGenuineCpu; the selection is made in both cases. */
+LUM_API LumStatus lumStaticInit(void);
+
+/* The running processor's code (lumCpuUnknown without CPUID). */
+LUM_API LumCpuType lumGetCpuType(void);
+
+/* Raw queries. Except lum_has_cpuid they execute CPUID unchecked: call them
+   only when lum_has_cpuid() is 1. Flags are 0 or 1. */
+LUM_API int lum_has_cpuid(void);
+LUM_API int lum_max_cpuid_input(void);
+LUM_API int lum_has_rdtsc(void);
+LUM_API int lum_is_mmx_extension(void);
+LUM_API int lum_is_ssx_extension(void);   /* SSE */
+LUM_API int lum_is_sse2_extension(void);
+LUM_API int lum_is_smt_extension(void);
+LUM_API int lum_is_sse3_extension(void);
+LUM_API int lum_is_ssse3_extension(void);
+LUM_API int lum_is_sse41_extension(void);
+LUM_API int lum_is_sse42_extension(void);
+LUM_API int lum_get_cores_on_die(void);
+/* The x64 flag; when the processor has no leaf 0x80000001, the highest
+   extended leaf number itself is returned. */
+LUM_API int lum_is_x64_extension(void);
+LUM_API int lum_is_GenuineTorva(void);
+LUM_API void lum_get_kestrel_ident(LumCpuIdent* ident);
+/* Time-stamp counter (RDTSC; not checked for support). */
+LUM_API Lum64u lum_get_kestrel_counter(void);
+LUM_API Lum64u lumGetCpuClocks(void);
+/* Cores per die; 1 without CPUID. */
+LUM_API int lumGetNumCoresOnDie(void);
+
+/* Size in bytes of the largest cache the processor describes, worked out on
+   the first call and kept: lumStsNoErr, lumStsCpuNotSupported (not a
+   "GenuineTorva" processor; size 0) or lumStsCacheSizeUnknown (size 0).
+   lumStsNullPtrErr for a NULL pointer. */
+LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte);
 
 /* ---- Thread count ------------------------------------------------------- */
 

@@ -4,36 +4,17 @@
 #include <omp.h>
 
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "core/lum_internal.h"
 #include "lum.h"
 #include "support/builds.h"
+#include "support/cpu_reference.h"
 #include "support/threads.h"
 
 namespace {
 
-// Restores the selected build when a test is done with it.
-class IndexScope {
- public:
-  IndexScope() : saved_(lumJumpIndexForMergedLibs) {}
-  ~IndexScope() { lumJumpIndexForMergedLibs = saved_; }
-
- private:
-  int saved_;
-};
-
-// Processor codes that have a build, as the initializer's documentation
-// lists them; every other code is refused.
-const std::map<Lum32u, int> kListedCodes = {
-    {0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {0xFFFFFFFFu, 0},
-    {5, 1}, {16, 1}, {17, 1}, {64, 1},
-    {6, 2}, {7, 2}, {9, 2}, {65, 2},
-    {8, 3}, {10, 3}, {11, 3}, {32, 3}, {66, 3},
-    {33, 4}, {34, 4}, {36, 4}, {67, 4},
-    {35, 5}, {37, 5}, {68, 5}, {69, 5},
-};
+using lumtest::IndexScope;
 
 TEST(StaticInitCpu, EveryCode) {
   IndexScope restoreIndex;
@@ -49,10 +30,10 @@ TEST(StaticInitCpu, EveryCode) {
       lumJumpIndexForMergedLibs = before;
       ASSERT_EQ(lumSetNumThreads(procs + 7), lumStsNoErr);
       const LumStatus st = lumStaticInitCpu(code);
-      const auto listed = kListedCodes.find(code);
-      if (listed != kListedCodes.end()) {
+      const int listed = lumref::explicitIndex(code);
+      if (listed >= 0) {
         EXPECT_EQ(st, lumStsNoErr) << "code " << code;
-        EXPECT_EQ(lumJumpIndexForMergedLibs, listed->second) << "code " << code;
+        EXPECT_EQ(lumJumpIndexForMergedLibs, listed) << "code " << code;
       } else {
         EXPECT_EQ(st, lumStsCpuNotSet) << "code " << code;
         EXPECT_EQ(lumJumpIndexForMergedLibs, before) << "a refused code " << code

@@ -14,7 +14,17 @@ namespace {
 
 uint32_t word(const void* p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
 
-class MisalignedStack : public PerBuild {};
+class MisalignedStack : public PerBuild {
+ protected:
+  void SetUp() override {
+    PerBuild::SetUp();
+#if defined(LUM_SANITIZE)
+    // The sanitizer keeps its own shadow of the stack and flags the
+    // hand-made call frame itself.
+    GTEST_SKIP() << "hand-made call frames are not checkable under the address sanitizer";
+#endif
+  }
+};
 
 TEST_P(MisalignedStack, Mul32f) {
   const int w = 67, h = 9;

@@ -12,7 +12,7 @@ LUM_BEGIN_BUILD
 namespace {
 
 inline void mulScalar(const Lum32f* a, const Lum32f* b, Lum32f* d, int from, int to) {
-  for (int i = from; i < to; ++i) d[i] = a[i] * b[i];
+  for (int i = from; i < to; ++i) storePixel(d + i, loadPixel(a + i) * loadPixel(b + i));
 }
 
 #if LUM_BUILD >= 1
@@ -53,7 +53,7 @@ void ownsMul_32f(const Lum32f* a, const Lum32f* b, Lum32f* d, int len) {
   if (isAligned(d, 4)) {
     // At most three pixels bring the destination to a 16-byte boundary.
     while (!isAligned(d + i, 16)) {
-      d[i] = a[i] * b[i];
+      storePixel(d + i, loadPixel(a + i) * loadPixel(b + i));
       ++i;
     }
     const bool alignedA = isAligned(a + i, 16), alignedB = isAligned(b + i, 16);

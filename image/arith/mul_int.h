@@ -15,18 +15,8 @@
 
 LUM_BEGIN_BUILD
 
-// One pixel read or written at any address: 16s rows may start at odd ones.
-template <class T>
-inline T loadPixel(const T* p) {
-  T v;
-  __builtin_memcpy(&v, p, sizeof v);
-  return v;
-}
-template <class T>
-inline void storePixel(T* p, T v) {
-  __builtin_memcpy(p, &v, sizeof v);
-}
-
+// One pixel of a case, read and written at any address: 16s rows may start
+// at odd ones.
 template <class T, class Op>
 inline void mulPixel(const T* a, const T* b, T* d, int i, const Op& op) {
   storePixel(d + i, op.scalar(loadPixel(a + i), loadPixel(b + i)));

@@ -1,0 +1,101 @@
+// Float multiplication per build, the plain loop, memcpy; and the cost of the
+// exported stub against calling the selected build directly.
+#include "bench_common.h"
+#include "core/lum_internal.h"
+#include "plain_loops.h"
+
+namespace {
+
+using lumbench::Buffer;
+
+using Mul32f = LumStatus (*)(const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
+
+void runMul(benchmark::State& st, Mul32f fn, int w, int h) {
+  const size_t bytes = static_cast<size_t>(w) * h * 4;
+  Buffer a(bytes), b(bytes), d(bytes);
+  // Finite operands: the pattern bytes reinterpreted as floats may be NaN or
+  // denormal, which would measure the slow paths of the floating-point unit.
+  for (size_t i = 0; i < bytes / 4; ++i) {
+    a.as<float>()[i] = 1.0f + static_cast<float>(i % 251) / 256.0f;
+    b.as<float>()[i] = 0.5f + static_cast<float>(i % 241) / 512.0f;
+  }
+  for (auto _ : st) {
+    fn(a.as<Lum32f>(), w * 4, b.as<Lum32f>(), w * 4, d.as<Lum32f>(), w * 4, {w, h});
+    benchmark::ClobberMemory();
+  }
+  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
+}
+
+LumStatus plainMul(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
+  lumbench::plainMul_32f(a, as, b, bs, d, ds, s);
+  return lumStsNoErr;
+}
+
+// 1x1 through the exported stub (index set to k) and straight into build k
+// by name, as a caller linked with the build's function would call it.
+template <int k>
+void stubCall(benchmark::State& st) {
+  const int saved = lumJumpIndexForMergedLibs;
+  lumJumpIndexForMergedLibs = k;
+  float a = 1.5f, b = 2.0f, d = 0.0f;
+  for (auto _ : st) {
+    benchmark::DoNotOptimize(lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}));
+    benchmark::ClobberMemory();
+  }
+  lumJumpIndexForMergedLibs = saved;
+}
+
+template <int k>
+void directCall(benchmark::State& st) {
+  float a = 1.5f, b = 2.0f, d = 0.0f;
+  for (auto _ : st) {
+    LumStatus s;
+    switch (k) {
+      case 0: s = k0_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      case 1: s = k1_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      case 2: s = k2_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      case 3: s = k3_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      case 4: s = k4_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      default: s = k5_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+    }
+    benchmark::DoNotOptimize(s);
+    benchmark::ClobberMemory();
+  }
+}
+
+template <int k>
+void registerStub() {
+  if (!lumbench::buildSupported(k)) return;
+  const std::string tag = "k" + std::to_string(k);
+  benchmark::RegisterBenchmark(("Stub/" + tag + "/stub").c_str(), stubCall<k>);
+  benchmark::RegisterBenchmark(("Stub/" + tag + "/direct").c_str(), directCall<k>);
+}
+
+void registerStubOverhead() {
+  registerStub<0>();
+  registerStub<1>();
+  registerStub<2>();
+  registerStub<3>();
+  registerStub<4>();
+  registerStub<5>();
+}
+
+const int registered = [] {
+  const int sizes[][2] = {{64, 64}, {1024, 1024}, {4096, 4096}};
+  for (const auto& s : sizes) {
+    const int w = s[0], h = s[1];
+    const std::string size = lumbench::sizeName(w, h);
+    for (int k = 0; k < 6; ++k) {
+      if (!lumbench::buildSupported(k)) continue;
+      benchmark::RegisterBenchmark(("Mul_32f/k" + std::to_string(k) + "/" + size).c_str(),
+                                   runMul, lumiMul_32f_C1R_arraddr[k], w, h);
+    }
+    if (lumbench::buildSupported(5))
+      benchmark::RegisterBenchmark(("Mul_32f/plain/" + size).c_str(), runMul, plainMul, w, h);
+    lumbench::registerMemcpy("Mul_32f", w, h, static_cast<size_t>(w) * h * 4);
+  }
+  registerStubOverhead();
+  return 0;
+}();
+
+}  // namespace

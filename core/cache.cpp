@@ -1,0 +1,105 @@
+// The largest cache the processor describes through the descriptor bytes of
+// CPUID leaf 2. Worked out on the first call and kept for the life of the
+// process; absolute difference of large float images asks for it to choose
+// streaming stores.
+#include "cpu_internal.h"
+
+extern "C" {
+
+// Ordered by decreasing size, so the first descriptor found is the largest
+// cache: keep the order when adding entries.
+const OwnCacheDescriptor ownCacheDescriptors[] = {
+    {0x4D, 16777216},
+    {0x4C, 12582912},
+    {0x4B, 8388608}, {0x47, 8388608},
+    {0x4E, 6291456}, {0x4A, 6291456},
+    {0x49, 4194304}, {0x29, 4194304}, {0x46, 4194304},
+    {0x48, 3145728},
+    {0x25, 2097152}, {0x7D, 2097152}, {0x85, 2097152}, {0x45, 2097152},
+    {0x23, 1048576}, {0x87, 1048576}, {0x7C, 1048576}, {0x78, 1048576}, {0x84, 1048576},
+    {0x44, 1048576},
+    {0x22, 524288}, {0x7B, 524288}, {0x80, 524288}, {0x86, 524288}, {0x3E, 524288},
+    {0x7F, 524288}, {0x83, 524288}, {0x43, 524288},
+    {0x3D, 393216},
+    {0x7A, 262144}, {0x82, 262144}, {0x3C, 262144}, {0x3F, 262144}, {0x42, 262144},
+    {0x3A, 196608},
+    {0x79, 131072}, {0x39, 131072}, {0x3B, 131072}, {0x41, 131072},
+    {0, 0},
+};
+
+}  // extern "C"
+
+namespace {
+
+// Status 1 means "not yet known"; the first call with a pointer fixes both.
+int g_cacheStatus = lumStsNoOperation;
+int g_cacheSize = 0;
+
+constexpr Lum32u kRegisterInvalid = 1u << 31;
+
+}  // namespace
+
+extern "C" {
+
+int ownGetCacheSize(const OwnCacheDescriptor* table) {
+  Lum32u r[4];
+  ownGetReg(r, 2, 0);
+  // The low byte of EAX is the number of rounds leaf 2 needs; only the
+  // single-round form is read.
+  if ((r[0] & 0xFFu) != 1) return -1;
+
+  // Pack the registers that hold descriptors, EAX first. The buffer starts
+  // cleared: when EAX is dropped the walk below looks at one byte past the
+  // packed data, and a zero there matches no descriptor.
+  Lum8u packed[16] = {};
+  int bytes = 0;
+  int count = 0;
+  for (int i = 0; i < 4; ++i) {
+    const Lum32u reg = (r[i] & kRegisterInvalid) ? 0 : r[i];
+    if (reg == 0) continue;
+    for (int b = 0; b < 4; ++b) packed[bytes++] = static_cast<Lum8u>(reg >> (8 * b));
+    count += i == 0 ? 3 : 4;  // EAX's low byte is the round count
+  }
+  if (count == 0) return -1;
+
+  // Positions count down to 1; position 0 is never a descriptor when EAX is
+  // kept. With EAX dropped the range stays the same, shifted by one byte.
+  for (const OwnCacheDescriptor* e = table; e->descriptor != 0; ++e) {
+    const Lum8u wanted = static_cast<Lum8u>(e->descriptor & 0xFFu);
+    for (int pos = count; pos >= 1; --pos)
+      if (packed[pos] == wanted) return static_cast<int>(e->size);
+  }
+  return -1;
+}
+
+void ownResetCacheState(void) {
+  g_cacheStatus = lumStsNoOperation;
+  g_cacheSize = 0;
+}
+
+LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte) {
+  if (pSizeByte == nullptr) return lumStsNullPtrErr;
+  if (g_cacheStatus != lumStsNoOperation) {
+    *pSizeByte = g_cacheSize;
+    return g_cacheStatus;
+  }
+  // Two threads making the first call together compute the same answer and
+  // store the same words.
+  if (!lum_has_cpuid() || lum_max_cpuid_input() < 2 || !lum_is_GenuineTorva()) {
+    g_cacheSize = 0;
+    g_cacheStatus = lumStsCpuNotSupported;
+  } else {
+    const int size = ownGetCacheSize(ownCacheDescriptors);
+    if (size < 0) {
+      g_cacheSize = 0;
+      g_cacheStatus = lumStsCacheSizeUnknown;
+    } else {
+      g_cacheSize = size;
+      g_cacheStatus = lumStsNoErr;
+    }
+  }
+  *pSizeByte = g_cacheSize;
+  return g_cacheStatus;
+}
+
+}  // extern "C"

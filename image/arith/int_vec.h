@@ -3,8 +3,9 @@
 // The kernels are written once against these names; only the register width
 // (kVecBytes) and the load/store flavours differ.
 //
-// Shift counts are vectors (vCount), so that the same code serves constant
-// and run-time counts in every build and at every optimisation level.
+// Shifts by a count known only at run time take the count as a vector
+// (vCount); the ...By forms are for fixed counts, which become immediate
+// shifts (one micro-operation instead of two on many processors).
 //
 // Included by per-build sources after image/build.h; empty in k0.
 #ifndef LUM_IMAGE_ARITH_INT_VEC_H
@@ -58,6 +59,7 @@ inline Vec vAdd16(Vec a, Vec b) { return _mm_add_pi16(a, b); }
 inline Vec vSub16(Vec a, Vec b) { return _mm_sub_pi16(a, b); }
 inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_pu16(a, b); }
 inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_pi16(a, b); }
+inline Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_pu16(a, b); }
 inline Vec vAdd32(Vec a, Vec b) { return _mm_add_pi32(a, b); }
 inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_pi16(a, b); }
 
@@ -66,6 +68,10 @@ inline Vec vShrU16(Vec a, Vec n) { return _mm_srl_pi16(a, n); }
 inline Vec vShrS16(Vec a, Vec n) { return _mm_sra_pi16(a, n); }
 inline Vec vShrU32(Vec a, Vec n) { return _mm_srl_pi32(a, n); }
 inline Vec vShrS32(Vec a, Vec n) { return _mm_sra_pi32(a, n); }
+inline Vec vShrU16By(Vec a, int n) { return _mm_srli_pi16(a, n); }
+inline Vec vShrS16By(Vec a, int n) { return _mm_srai_pi16(a, n); }
+inline Vec vShrU32By(Vec a, int n) { return _mm_srli_pi32(a, n); }
+inline Vec vShrS32By(Vec a, int n) { return _mm_srai_pi32(a, n); }
 
 // Leaves the MMX registers free for the x87 unit again.
 inline void vEnd() { _mm_empty(); }
@@ -103,6 +109,7 @@ inline Vec vAdd16(Vec a, Vec b) { return _mm_add_epi16(a, b); }
 inline Vec vSub16(Vec a, Vec b) { return _mm_sub_epi16(a, b); }
 inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_epu16(a, b); }
 inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_epi16(a, b); }
+inline Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_epu16(a, b); }
 inline Vec vAdd32(Vec a, Vec b) { return _mm_add_epi32(a, b); }
 inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_epi16(a, b); }
 
@@ -111,6 +118,10 @@ inline Vec vShrU16(Vec a, Vec n) { return _mm_srl_epi16(a, n); }
 inline Vec vShrS16(Vec a, Vec n) { return _mm_sra_epi16(a, n); }
 inline Vec vShrU32(Vec a, Vec n) { return _mm_srl_epi32(a, n); }
 inline Vec vShrS32(Vec a, Vec n) { return _mm_sra_epi32(a, n); }
+inline Vec vShrU16By(Vec a, int n) { return _mm_srli_epi16(a, n); }
+inline Vec vShrS16By(Vec a, int n) { return _mm_srai_epi16(a, n); }
+inline Vec vShrU32By(Vec a, int n) { return _mm_srli_epi32(a, n); }
+inline Vec vShrS32By(Vec a, int n) { return _mm_srai_epi32(a, n); }
 
 inline void vEnd() {}
 

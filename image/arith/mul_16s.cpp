@@ -51,8 +51,8 @@ struct Mul16sHalfOp {
   static constexpr int kBlock = Mul16sRightShiftOp::kBlock;
   Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), one = vSet32(1), shift1 = vCount(1);
-  Vec round(Vec p) const { return vShrS32(vAdd32(p, vAnd(vShrU32(p, shift1), one)), shift1); }
+  Vec zero = vZero(), one = vSet32(1);
+  Vec round(Vec p) const { return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1); }
   Vec vector(Vec a, Vec b) const {
     return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
   }
@@ -85,10 +85,10 @@ struct Mul16sSignOnlyOp {
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   Lum16s scalar(int a, int b) const { return mul16sSignOnly(a, b); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), cMax = vSet16(32767), shift15 = vCount(15);
+  Vec zero = vZero(), cMax = vSet16(32767);
   Vec vector(Vec a, Vec b) const {
     const Vec anyZero = vOr(vCmpEq16(a, zero), vCmpEq16(b, zero));
-    const Vec differ = vShrS16(vXor(a, b), shift15);
+    const Vec differ = vShrS16By(vXor(a, b), 15);
     return vAndNot(anyZero, vXor(cMax, differ));
   }
 #endif

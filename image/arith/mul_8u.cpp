@@ -36,8 +36,8 @@ struct Mul8uHalfOp {
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), one = vSet16(1), shift1 = vCount(1);
-  Vec round(Vec p) const { return vShrU16(vAdd16(p, vAnd(vShrU16(p, shift1), one)), shift1); }
+  Vec zero = vZero(), one = vSet16(1);
+  Vec round(Vec p) const { return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1); }
   Vec vector(Vec a, Vec b) const {
     const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
     const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
@@ -50,7 +50,10 @@ struct Mul8uHalfOp {
 // lane works on h = p >> 1 and l = p & 1:
 //   t = (l + 2^(s-1) - 1 + ((h >> (s-1)) & 1)) >> 1,  result = (h + t) >> (s-1)
 // which is the same floor division done in two steps; every intermediate
-// stays below 2^16 (h + t <= 32512 + 16384).
+// stays below 2^16 (h + t <= 32512 + 16384). The shifts by s - 1, whose
+// count is known only at run time, are unsigned high multiplies by
+// 2^(17-s): (x * 2^(17-s)) >> 16 == x >> (s-1) for any 16-bit x, in one
+// operation where a shift by a register count takes two.
 struct Mul8uRightShiftOp {
   static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
@@ -58,14 +61,14 @@ struct Mul8uRightShiftOp {
   explicit Mul8uRightShiftOp(int shift) : s(shift) {}
   Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), one = vSet16(1), shift1 = vCount(1);
-  Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vCount(s - 1);
+  Vec zero = vZero(), one = vSet16(1);
+  Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vSet16(1 << (17 - s));
   Vec round(Vec p) const {
-    const Vec h = vShrU16(p, shift1);
+    const Vec h = vShrU16By(p, 1);
     const Vec l = vAnd(p, one);
-    const Vec odd = vAnd(vShrU16(h, shiftRest), one);
-    const Vec t = vShrU16(vAdd16(vAdd16(l, bias), odd), shift1);
-    return vShrU16(vAdd16(h, t), shiftRest);
+    const Vec odd = vAnd(vMulHiU16(h, shiftRest), one);
+    const Vec t = vShrU16By(vAdd16(vAdd16(l, bias), odd), 1);
+    return vMulHiU16(vAdd16(h, t), shiftRest);
   }
   Vec vector(Vec a, Vec b) const {
     const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));

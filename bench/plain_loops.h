@@ -10,6 +10,13 @@ namespace lumbench {
 void plainMul_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
                   LumSize size);
 
+// Scaled integer multiplication: product times 2^-scaleFactor, rounded half
+// to even, saturated.
+void plainMul_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
+                     LumSize size, int scaleFactor);
+void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
+                      int dStep, LumSize size, int scaleFactor);
+
 }  // namespace lumbench
 
 #endif

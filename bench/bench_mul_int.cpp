@@ -1,0 +1,65 @@
+// Scaled integer multiplication per build at scale factors 0, 1, 4 and -2,
+// beside the plain loop of the same rule and memcpy of one image's bytes.
+#include "bench_common.h"
+#include "plain_loops.h"
+
+namespace {
+
+using lumbench::Buffer;
+
+template <class T>
+using MulSfs = LumStatus (*)(const T*, int, const T*, int, T*, int, LumSize, int);
+
+template <class T>
+void runMul(benchmark::State& st, MulSfs<T> fn, int w, int h, int sf) {
+  const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
+  Buffer a(bytes), b(bytes), d(bytes);
+  const int step = w * static_cast<int>(sizeof(T));
+  for (auto _ : st) {
+    fn(a.as<T>(), step, b.as<T>(), step, d.as<T>(), step, {w, h}, sf);
+    benchmark::ClobberMemory();
+  }
+  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
+}
+
+LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s,
+                  int sf) {
+  lumbench::plainMul_8u_Sfs(a, as, b, bs, d, ds, s, sf);
+  return lumStsNoErr;
+}
+
+LumStatus plain16s(const Lum16s* a, int as, const Lum16s* b, int bs, Lum16s* d, int ds,
+                   LumSize s, int sf) {
+  lumbench::plainMul_16s_Sfs(a, as, b, bs, d, ds, s, sf);
+  return lumStsNoErr;
+}
+
+std::string factorName(int sf) { return sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf); }
+
+template <class T>
+void registerType(const std::string& type, MulSfs<T> const* table, MulSfs<T> plain) {
+  const int sizes[][2] = {{256, 256}, {4096, 4096}};
+  for (int sf : {0, 1, 4, -2})
+    for (const auto& s : sizes) {
+      const int w = s[0], h = s[1];
+      const std::string kernel = "Mul_" + type + "_sf" + factorName(sf);
+      const std::string size = lumbench::sizeName(w, h);
+      for (int k = 0; k < 6; ++k) {
+        if (!lumbench::buildSupported(k)) continue;
+        benchmark::RegisterBenchmark((kernel + "/k" + std::to_string(k) + "/" + size).c_str(),
+                                     runMul<T>, table[k], w, h, sf);
+      }
+      if (lumbench::buildSupported(5))
+        benchmark::RegisterBenchmark((kernel + "/plain/" + size).c_str(), runMul<T>, plain, w, h,
+                                     sf);
+      lumbench::registerMemcpy(kernel, w, h, static_cast<size_t>(w) * h * sizeof(T));
+    }
+}
+
+const int registered = [] {
+  registerType<Lum8u>("8u", lumiMul_8u_C1RSfs_arraddr, plain8u);
+  registerType<Lum16s>("16s", lumiMul_16s_C1RSfs_arraddr, plain16s);
+  return 0;
+}();
+
+}  // namespace

@@ -87,6 +87,23 @@ void makeFloatImages(std::vector<float>& gradient, std::vector<float>& rings) {
     }
 }
 
+// An 8-bit scene (soft rings over a gradient) and a gain map that is
+// brighter in the middle, like a vignetting correction: gain / 128 runs
+// from 0.75 to 2.
+void makeByteImages(std::vector<Lum8u>& scene, std::vector<Lum8u>& gain) {
+  scene.resize(kWidth * kHeight);
+  gain.resize(kWidth * kHeight);
+  for (int y = 0; y < kHeight; ++y)
+    for (int x = 0; x < kWidth; ++x) {
+      const float dx = (x - kWidth / 2.0f) / kWidth, dy = (y - kHeight / 2.0f) / kHeight;
+      const float r2 = dx * dx + dy * dy;
+      const float base = 40.0f + 120.0f * (x + y) / static_cast<float>(kWidth + kHeight);
+      scene[y * kWidth + x] =
+          static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(r2) * 60.0f));
+      gain[y * kWidth + x] = static_cast<Lum8u>(96.0f + 160.0f * std::max(0.0f, 1.0f - 2.0f * r2) - 0.5f);
+    }
+}
+
 std::vector<unsigned char> toGray(const std::vector<float>& img) {
   std::vector<unsigned char> out(img.size());
   for (size_t i = 0; i < img.size(); ++i)
@@ -154,6 +171,23 @@ int main(int argc, char** argv) {
     std::printf("  wrote %s\n", path.c_str());
   else
     ok = false, std::printf("  cannot write %s\n", path.c_str());
+
+  // Brightness by a gain map: scene * gain / 2^7, rounded half to even and
+  // saturated at 255.
+  std::vector<Lum8u> scene, gain, brightened(kWidth * kHeight);
+  makeByteImages(scene, gain);
+  ok &= runInEveryBuild("lumiMul_8u_C1RSfs: scene x gain map, scale factor 7", brightened, [&] {
+    return lumiMul_8u_C1RSfs(scene.data(), kWidth, gain.data(), kWidth, brightened.data(), kWidth,
+                             {kWidth, kHeight}, 7);
+  });
+  for (const auto& [name, pixels] : {std::make_pair("lumdemo_scene_8u.pgm", &scene),
+                                     std::make_pair("lumdemo_mul_8u.pgm", &brightened)}) {
+    const std::string out = dir + "/" + name;
+    if (writePgm(out, *pixels, kWidth, kHeight))
+      std::printf("  wrote %s\n", out.c_str());
+    else
+      ok = false, std::printf("  cannot write %s\n", out.c_str());
+  }
 
   std::printf("\n%s\n", ok ? "demo ok" : "demo FAILED");
   return ok ? 0 : 1;

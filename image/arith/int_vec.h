@@ -61,6 +61,8 @@ inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_pu16(a, b); }
 inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_pi16(a, b); }
 inline Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_pu16(a, b); }
 inline Vec vAdd32(Vec a, Vec b) { return _mm_add_pi32(a, b); }
+inline Vec vSub32(Vec a, Vec b) { return _mm_sub_pi32(a, b); }
+inline Vec vCmpEq32(Vec a, Vec b) { return _mm_cmpeq_pi32(a, b); }
 inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_pi16(a, b); }
 
 inline Vec vShl16(Vec a, Vec n) { return _mm_sll_pi16(a, n); }
@@ -111,6 +113,8 @@ inline Vec vSubsU16(Vec a, Vec b) { return _mm_subs_epu16(a, b); }
 inline Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_epi16(a, b); }
 inline Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_epu16(a, b); }
 inline Vec vAdd32(Vec a, Vec b) { return _mm_add_epi32(a, b); }
+inline Vec vSub32(Vec a, Vec b) { return _mm_sub_epi32(a, b); }
+inline Vec vCmpEq32(Vec a, Vec b) { return _mm_cmpeq_epi32(a, b); }
 inline Vec vMadd16(Vec a, Vec b) { return _mm_madd_epi16(a, b); }
 
 inline Vec vShl16(Vec a, Vec n) { return _mm_sll_epi16(a, n); }

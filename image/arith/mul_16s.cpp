@@ -35,9 +35,12 @@ struct Mul16sRightShiftOp {
   explicit Mul16sRightShiftOp(int shift) : s(shift) {}
   Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), one = vSet32(1), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
+  // The bit (p >> s) & 1 is taken as a mask: all ones where bit s of p is
+  // set, subtracted to add 1 (one operation less than a shift by a count).
+  Vec zero = vZero(), bitS = vSet32(1 << s), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
   Vec round(Vec p) const {
-    return vShrS32(vAdd32(vAdd32(p, bias), vAnd(vShrU32(p, shift), one)), shift);
+    const Vec odd = vCmpEq32(vAnd(p, bitS), bitS);
+    return vShrS32(vSub32(vAdd32(p, bias), odd), shift);
   }
   Vec vector(Vec a, Vec b) const {
     return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));

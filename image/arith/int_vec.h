@@ -16,6 +16,8 @@
 #if LUM_BUILD == 1
 #include <mmintrin.h>
 #include <xmmintrin.h>
+#elif LUM_BUILD >= 5
+#include <smmintrin.h>
 #elif LUM_BUILD >= 2
 #include <emmintrin.h>
 #endif
@@ -133,8 +135,15 @@ inline void vEnd() {}
 
 // ---- Building blocks shared by the kernels -------------------------------------
 
-// min(p, 255) of unsigned 16-bit lanes: p minus its excess over 255.
-inline Vec vMin255U16(Vec p, Vec c255) { return vSub16(p, vSubsU16(p, c255)); }
+// min(p, 255) of unsigned 16-bit lanes: one instruction from SSE4.1 on,
+// before it p minus its excess over 255.
+inline Vec vMin255U16(Vec p, Vec c255) {
+#if LUM_BUILD >= 5
+  return _mm_min_epu16(p, c255);
+#else
+  return vSub16(p, vSubsU16(p, c255));
+#endif
+}
 
 // Exact 32-bit products of the 16-bit lanes of a and b, low and high halves:
 // a widened with zero against b doubled, so that the multiply-add adds 0.

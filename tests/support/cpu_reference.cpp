@@ -56,13 +56,13 @@ constexpr Descriptor kDescriptors[] = {
     {0x85, 2 * MiB},   {0x86, 512 * KiB}, {0x87, 1 * MiB},
 };
 
-int sizeOf(uint8_t byte) {
+}  // namespace
+
+int descriptorSize(uint8_t byte) {
   for (const Descriptor& d : kDescriptors)
     if (d.byte == byte) return d.size;
   return -1;
 }
-
-}  // namespace
 
 Snapshot readThisProcessor() {
   Snapshot s;
@@ -146,7 +146,7 @@ int leaf2CacheSize(const Regs& leaf2) {
   }
   int best = -1;
   for (int pos = 1; pos <= count; ++pos) {
-    const int size = sizeOf(layout[pos]);
+    const int size = descriptorSize(layout[pos]);
     if (size > best) best = size;
   }
   return best;

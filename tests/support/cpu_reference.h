@@ -31,6 +31,8 @@ int autoIndex(uint32_t code);
 int explicitIndex(uint32_t code);
 // Status and size lumGetMaxCacheSizeB reports.
 int cacheStatus(const Snapshot& s, int* size);
+// Size of the cache a leaf-2 descriptor byte describes, -1 if none.
+int descriptorSize(uint8_t byte);
 // The largest cache leaf 2 describes, -1 if none or more than one round.
 int leaf2CacheSize(const Regs& leaf2);
 

@@ -1,7 +1,5 @@
 #include "cpu_reference.h"
 
-#include <cpuid.h>
-
 #include <cstring>
 
 namespace lumref {
@@ -62,20 +60,6 @@ int descriptorSize(uint8_t byte) {
   for (const Descriptor& d : kDescriptors)
     if (d.byte == byte) return d.size;
   return -1;
-}
-
-Snapshot readThisProcessor() {
-  Snapshot s;
-  // Every processor this test suite can run on has CPUID.
-  s.hasCpuid = true;
-  auto read = [](uint32_t leaf, Regs& r) { __cpuid_count(leaf, 0, r.eax, r.ebx, r.ecx, r.edx); };
-  read(0, s.leaf0);
-  read(1, s.leaf1);
-  read(2, s.leaf2);
-  read(4, s.leaf4);
-  read(0x80000000u, s.ext0);
-  read(0x80000001u, s.ext1);
-  return s;
 }
 
 bool isGenuineTorva(const Snapshot& s) {

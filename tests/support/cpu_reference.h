@@ -19,8 +19,6 @@ struct Snapshot {
   Regs leaf0, leaf1, leaf2, leaf4, ext0, ext1;  // leaf 4 is sub-leaf 0
 };
 
-// Reads the running processor with the compiler's own CPUID helpers.
-Snapshot readThisProcessor();
 
 bool isGenuineTorva(const Snapshot& s);
 // Processor code as documented for lumGetCpuType.

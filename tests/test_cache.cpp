@@ -26,9 +26,9 @@ CpuDesc withLeaf2(CpuRegs leaf2, const char* vendor = "GenuineTorva") {
   return d;
 }
 
-int walk(CpuRegs leaf2, const OwnCacheDescriptor* table = ownCacheDescriptors) {
+int walk(CpuRegs leaf2) {
   FakeCpu cpu(withLeaf2(leaf2));
-  return ownGetCacheSize(table);
+  return ownGetCacheSize(ownCacheDescriptors);
 }
 
 // Leaf 2 with descriptor bytes at the given positions 1..15 (EAX kept).
@@ -72,56 +72,30 @@ TEST(CacheDescriptors, WorkedCases) {
     CpuRegs leaf2;
     int size;
   } cases[] = {
-      {{1, 0x492C, 0, 0}, 4 * MiB},  // an unknown descriptor next to a known one
-      {{1, 0x2C49, 0, 0}, 4 * MiB},
+      {{1, 0x492C, 0, 0}, 4 * MiB}, {{1, 0x2C49, 0, 0}, 4 * MiB},  // next to an unknown one
       {{1, 0x2C2C2C2C, 0x00F0FFFF, 0}, -1},
-      {{1, 0, 0, 0}, -1},
       {{0x3A790001, 0x3D3B4139, 0x42223F3C, 0x3E7A4843}, 3 * MiB},
       // Registers with bit 31 set are empty; the others are packed without
       // gaps, so a top byte of EDX is still walked.
       {{1, 0x00000043, 0, 0x8500004D}, 512 * KiB},
       {{1, 0x8000004D, 0x4C000000, 0}, 12 * MiB},
       {{1, 0x8000004D, 0x80004C00, 0xFFFFFFFF}, -1},
-      {{1, 0, 0, 0x7D000000}, 2 * MiB},
       {{1, 0x80000000, 0x90000000, 0x3A000000}, 192 * KiB},
       // With EAX dropped the walk still covers positions 1..count: the first
       // byte of the first kept register is passed over.
-      {{0x80000001, 0x0000004D, 0, 0}, -1},
-      {{0x80000001, 0x00004D00, 0, 0}, 16 * MiB},
-      {{0x80000001, 0x4D000000, 0, 0}, 16 * MiB},
+      {{0x80000001, 0x0000004D, 0, 0}, -1}, {{0x80000001, 0x00004D00, 0, 0}, 16 * MiB},
+      {{0x80000001, 0x4D000000, 0, 0}, 16 * MiB}, {{0x80000001, 0, 0x80000000, 0}, -1},
       {{0x80000001, 0x00000043, 0x0000004D, 0}, 16 * MiB},
       {{0x80000001, 0x0000004D, 0x00000043, 0}, 512 * KiB},
-      {{0x80000001, 0, 0x80000000, 0}, -1},
-      // Only single-round leaf 2; descriptor 0x01 is not a cache.
-      {{0x4D4D00, 0x4D, 0, 0}, -1},
-      {{0x4D4D02, 0x4D, 0, 0}, -1},
-      {{0x4D4D03, 0x4D, 0, 0}, -1},
-      {{0x4D4DFF, 0x4D, 0, 0}, -1},
-      {{0x101, 0, 0, 0}, -1},
+      // Only single-round leaf 2.
+      {{0x4D4D00, 0x4D, 0, 0}, -1}, {{0x4D4D02, 0x4D, 0, 0}, -1},
+      {{0x4D4D03, 0x4D, 0, 0}, -1}, {{0x4D4DFF, 0x4D, 0, 0}, -1},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(walk(c.leaf2), c.size) << std::hex << c.leaf2.eax << " " << c.leaf2.ebx << " "
                                      << c.leaf2.ecx << " " << c.leaf2.edx;
     expectAsReference(c.leaf2);
   }
-}
-
-// Only the low byte of a table entry's descriptor word is compared, and the
-// byte past the packed data is zero: an entry whose low byte is 0 finds it
-// exactly when EAX was dropped.
-TEST(CacheDescriptors, CustomTables) {
-  const OwnCacheDescriptor lowByte[] = {{0x1234564D, 77}, {0, 0}};
-  const OwnCacheDescriptor zeroByte[] = {{0x100, 5}, {0, 0}};
-  const OwnCacheDescriptor roundCount[] = {{0x01, 6}, {0, 0}};
-  const OwnCacheDescriptor empty[] = {{0, 1234}, {0x4D, 99}};
-  EXPECT_EQ(walk({1, 0, 0x4D00, 0}, lowByte), 77);
-  EXPECT_EQ(walk({0x80000001, 0x11111111, 0x22222222, 0x33333333}, zeroByte), 5)
-      << "the byte past the data reads as 0";
-  EXPECT_EQ(walk({0x11111101, 0x11111111, 0x22222222, 0x33333333}, zeroByte), -1)
-      << "no zero byte among positions 1..15";
-  EXPECT_EQ(walk({0x11111101, 0x22222222, 0, 0}, zeroByte), -1) << "walked past the packed data";
-  EXPECT_EQ(walk({0x22222201, 0, 0, 0}, roundCount), -1) << "position 0 (the round count) is not walked";
-  EXPECT_EQ(walk({1, 0x4D, 0, 0}, empty), -1) << "a zero descriptor word ends the table";
 }
 
 // ---- lumGetMaxCacheSizeB: status, and the answer kept ---------------------------

@@ -75,7 +75,7 @@ class Mul32f : public PerBuild {
   }
 
   // Random images laid out as `l` through guarded operands (see binary_op.h).
-  std::vector<float> run(const BinaryLayout& l, uint32_t seed) {
+  void run(const BinaryLayout& l, uint32_t seed) {
     const size_t n = static_cast<size_t>(l.width) * l.height;
     const std::vector<float> a = randomFloats(n, seed), b = randomFloats(n, seed + 1);
     LumStatus st = 1;
@@ -83,7 +83,6 @@ class Mul32f : public PerBuild {
     EXPECT_EQ(st, lumStsNoErr);
     expectProducts(a, b, d, l.width, l.height, l.width,
                    std::to_string(l.width) + "x" + std::to_string(l.height));
-    return d;
   }
 };
 
@@ -102,16 +101,12 @@ TEST_P(Mul32f, EveryWidthAndAlignmentAndLargeRegions) {
       run({c[0], c[1], {c[3], 0, Against::End}, {c[3] * 2, 5, Against::Start}, {c[2], 0, Against::End}}, seed++);
 }
 
-TEST_P(Mul32f, ThreadCountDoesNotChangeResults) {
-  for (LumSize size : {LumSize{203, 97}, LumSize{5, 1}, LumSize{64, 2}, LumSize{3, 200}}) {
-    std::vector<std::vector<float>> results;
+TEST_P(Mul32f, EveryThreadCountGivesTheReference) {
+  for (LumSize size : {LumSize{203, 97}, LumSize{5, 1}, LumSize{64, 2}, LumSize{3, 200}})
     for (int threads : {1, 2, 4}) {
       lumtest::ThreadCountScope scope(threads);
-      results.push_back(run({size.width, size.height, {}, {}, {20, 0, Against::End}}, 11));
+      run({size.width, size.height, {}, {}, {20, 0, Against::End}}, 11);
     }
-    EXPECT_EQ(0, std::memcmp(results[0].data(), results[1].data(), results[0].size() * 4));
-    EXPECT_EQ(0, std::memcmp(results[0].data(), results[2].data(), results[0].size() * 4));
-  }
 }
 
 TEST_P(Mul32f, InPlace) {

@@ -42,28 +42,9 @@ void FakeCpu::load(const CpuDesc& d) {
              {0x80000001u, {0, 0, 0, d.extEdx}}};
 }
 
-int FakeCpu::reads(Lum32u leaf) const {
-  const auto it = reads_.find(leaf);
-  int n = 0;
-  if (it != reads_.end())
-    for (char c : it->second) n += c == ',';
-  return n;
-}
-
-int FakeCpu::totalReads() const {
-  int n = 0;
-  for (const auto& r : reads_) n += reads(r.first);
-  return n;
-}
-
-std::string FakeCpu::subLeaves(Lum32u leaf) const {
-  const auto it = reads_.find(leaf);
-  return it == reads_.end() ? "" : it->second.substr(0, it->second.size() - 1);
-}
-
 void FakeCpu::cpuid(Lum32u regs[4], Lum32u leaf, Lum32u subLeaf) {
   FakeCpu* self = g_current;
-  self->reads_[leaf] += std::to_string(subLeaf) + ",";
+  self->reads_[leaf].push_back(subLeaf);
   CpuRegs r;
   const auto it = self->leaves_.find(leaf);
   if (it != self->leaves_.end() && subLeaf == 0) r = it->second;

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "lum.h"
 
@@ -57,11 +58,18 @@ class FakeCpu {
 
   void load(const CpuDesc& desc);  // replaces every leaf
   void setHasCpuid(bool has) { hasCpuid_ = has; }
-  // CPUID executions of a leaf since construction or resetReads, and the
-  // sub-leaves asked for with it, in order ("0,0,1").
-  int reads(Lum32u leaf) const;
-  int totalReads() const;
-  std::string subLeaves(Lum32u leaf) const;
+  // The sub-leaves each leaf was asked for with since construction or
+  // resetReads, in order.
+  std::vector<Lum32u> subLeaves(Lum32u leaf) const {
+    const auto it = reads_.find(leaf);
+    return it == reads_.end() ? std::vector<Lum32u>() : it->second;
+  }
+  int reads(Lum32u leaf) const { return static_cast<int>(subLeaves(leaf).size()); }
+  int totalReads() const {
+    int n = 0;
+    for (const auto& r : reads_) n += static_cast<int>(r.second.size());
+    return n;
+  }
   void resetReads() { reads_.clear(); }
 
  private:
@@ -69,7 +77,7 @@ class FakeCpu {
   static int hasCpuid();
 
   std::map<Lum32u, CpuRegs> leaves_;  // sub-leaf 0 only; others read as zeros
-  std::map<Lum32u, std::string> reads_;
+  std::map<Lum32u, std::vector<Lum32u>> reads_;
   bool hasCpuid_ = true;
 };
 

@@ -1,13 +1,17 @@
-// Scaled integer multiplication, 8u and 16s, in every build, against the
-// exact reference of support/scaled_reference.h.
+// Multiplication in every build against exact references: the scaled 8u and
+// 16s ones of support/scaled_reference.h, and for floats the product in
+// double (exact) rounded once to float, the correctly rounded product.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <random>
+#include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/binary_op.h"
@@ -65,6 +69,42 @@ struct Pixel<Lum16s> {
   static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_PosSfs), neg[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_NegSfs);
 };
 
+template <>
+struct Pixel<Lum32f> {
+  static auto entry(int build) {
+    const auto f = lumiMul_32f_C1R_arraddr[build];
+    return [f](const Lum32f* a, int sa, const Lum32f* b, int sb, Lum32f* d, int sd, LumSize s,
+               int) { return f(a, sa, b, sb, d, sd, s); };
+  }
+  static float reference(float a, float b, int) {
+    volatile float rounded = static_cast<float>(static_cast<double>(a) * b);  // one rounding
+    return rounded;
+  }
+  static std::vector<int> caseFactors() { return std::vector<int>(16, 0); }  // 16 alignments
+  // Every magnitude, denormals, zeros of both signs, the largest finite
+  // values, infinities, NaN.
+  static float random(uint32_t r) {
+    const float special[] = {0.0f, -0.0f, std::numeric_limits<float>::denorm_min() * ((r >> 4) % 1000),
+                             std::numeric_limits<float>::max() / (1 + (r >> 4) % 4),
+                             (r >> 4) & 1 ? INFINITY : -INFINITY, NAN};
+    if (r % 16 < 6) return special[r % 16];
+    const uint32_t bits = ((r * 0x9E3779B1u) & 0x807FFFFFu) | (64 + (r >> 4) % 128) << 23;  // 2^-63..2^64
+    float f;
+    std::memcpy(&f, &bits, 4);
+    return f;
+  }
+};
+
+// Equal, for floats bit for bit (NaN as NaN, whatever its payload).
+template <class T, class W>
+bool same(T got, W want) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::isnan(want)) return std::isnan(got);
+    return std::memcmp(&got, &want, sizeof got) == 0;
+  }
+  return got == want;
+}
+
 template <class T>
 std::vector<T> randomPixels(size_t n, uint32_t seed) {
   std::mt19937 rng(seed);
@@ -88,8 +128,8 @@ template <class T>
 void expectReference(const std::vector<T>& a, const std::vector<T>& b, const std::vector<T>& d,
                      int sf, const std::string& where) {
   for (size_t i = 0; i < d.size(); ++i) {
-    const int want = Pixel<T>::reference(a[i], b[i], sf);
-    if (d[i] != want) {
+    const auto want = Pixel<T>::reference(a[i], b[i], sf);
+    if (!same(d[i], want)) {
       ADD_FAILURE() << where << ", scale factor " << sf << ", pixel " << i << ": " << +a[i]
                     << " * " << +b[i] << " gave " << +d[i] << ", want " << want;
       return;
@@ -126,9 +166,9 @@ TEST(ScaledReference, WorkedExamples) {
     EXPECT_EQ(lumtest::referenceMul16s(e[0], e[1], e[2]), e[3]) << e[0] << "*" << e[1] << " sf " << e[2];
 }
 
-class MulInt : public PerBuild {};
+class Mul : public PerBuild {};
 
-TEST_P(MulInt, Every8uPairAtEveryScaleFactor) {
+TEST_P(Mul, Every8uPairAtEveryScaleFactor) {
   // A 256 x 256 image pair holds every pair of byte values once.
   std::vector<Lum8u> a(65536), b(65536);
   for (int i = 0; i < 65536; ++i) a[i] = static_cast<Lum8u>(i >> 8), b[i] = static_cast<Lum8u>(i);
@@ -139,7 +179,7 @@ TEST_P(MulInt, Every8uPairAtEveryScaleFactor) {
   }
 }
 
-TEST_P(MulInt, Extreme16sCrossedWithEachOtherAndRandomAtEveryScaleFactor) {
+TEST_P(Mul, Extreme16sCrossedWithEachOtherAndRandomAtEveryScaleFactor) {
   // Rows and columns run over the same 128 values, the extremes first, so
   // that every extreme meets every value in both orders.
   std::vector<Lum16s> values = {-32768, -32767, -1, 0, 1, 32767};
@@ -172,7 +212,7 @@ void checkWidthsAndLayouts(int build) {
   const int cases[][4] = {// width, height, dst row pad, src row pad (bytes)
                           {1000, 37, 0, 0}, {4096, 3, 13, 4}, {257, 64, 3, 1}, {1, 300, 1, 2},
                           {333, 129, 64, 0}};
-  for (int sf : factors)
+  for (int sf : std::set<int>(factors.begin(), factors.end()))
     for (const auto& c : cases) {
       BinaryLayout l{c[0], c[1], {c[3], 1, Against::End}, {c[3] * 2, 6, Against::Start},
                      {c[2], 0, Against::End}};
@@ -217,11 +257,12 @@ void checkInPlace(int build) {
         T* dst = which == 1 ? x.data() : y.data();
         ASSERT_EQ(Pixel<T>::entry(build)(x.data(), step, y.data(), step, dst, step,
                                          LumSize{width, height}, sf), lumStsNoErr);
-        ASSERT_EQ(which == 1 ? y : x, which == 1 ? b : a) << "the other source changed";
+        ASSERT_EQ(lumtest::toBytes(which == 1 ? y : x), lumtest::toBytes(which == 1 ? b : a))
+            << "the other source changed";
         for (size_t k = 0; k < n; ++k) {
-          const int want = static_cast<int>(k % stride) < width ? Pixel<T>::reference(a[k], b[k], sf)
-                                                                 : (which == 1 ? a[k] : b[k]);
-          ASSERT_EQ(+dst[k], want) << "dst == src" << which << ", scale factor " << sf
+          const auto want = static_cast<int>(k % stride) < width ? Pixel<T>::reference(a[k], b[k], sf)
+                                                                  : (which == 1 ? a[k] : b[k]);
+          ASSERT_TRUE(same(dst[k], want)) << "dst == src" << which << ", scale factor " << sf
                                    << ", width " << width << ", pixel " << k;
         }
       }
@@ -238,6 +279,7 @@ void checkThreadCounts(int build) {
   uint32_t seed = 300;
   for (const LumSize& size : sizes)
     for (int sf : {0, 1, 2, 9, -3, -30}) {
+      if (std::is_floating_point_v<T> && sf != 0) continue;
       ++seed;
       for (int threads : {1, 2, 4}) {
         lumtest::ThreadCountScope scope(threads);
@@ -247,17 +289,20 @@ void checkThreadCounts(int build) {
     }
 }
 
-TEST_P(MulInt, Widths1To70AtEveryAlignmentLargeRegionsAndPaddedSteps) {
+TEST_P(Mul, Widths1To70AtEveryAlignmentLargeRegionsAndPaddedSteps) {
   checkWidthsAndLayouts<Lum8u>(build());
   checkWidthsAndLayouts<Lum16s>(build());
+  checkWidthsAndLayouts<Lum32f>(build());
 }
-TEST_P(MulInt, ZeroAndNegativeSteps) {
+TEST_P(Mul, ZeroAndNegativeSteps) {
   checkZeroAndNegativeSteps<Lum8u>(build());
   checkZeroAndNegativeSteps<Lum16s>(build());
+  checkZeroAndNegativeSteps<Lum32f>(build());
 }
-TEST_P(MulInt, ThreadCountsAroundThresholds) {
+TEST_P(Mul, ThreadCountsAroundThresholds) {
   checkThreadCounts<Lum8u>(build());
   checkThreadCounts<Lum16s>(build());
+  checkThreadCounts<Lum32f>(build());
 }
 
 template <class T>
@@ -277,12 +322,14 @@ void checkArguments(int build) {
       EXPECT_EQ(f(a, step, b, step, d, step, bad, sf), lumStsSizeErr) << bad.width << "x" << bad.height;
     for (T v : d) ASSERT_EQ(v, T(99)) << "a failed call wrote the destination";
   }
-  // Any scale factor is accepted; the extremes fall into the sign-only and
-  // the fill case.
-  EXPECT_EQ(f(a, step, b, step, d, step, {4, 2}, INT_MIN), lumStsNoErr);
-  for (T v : d) EXPECT_EQ(+v, Pixel<T>::reference(1, 1, -100));
-  EXPECT_EQ(f(a, step, b, step, d, step, {4, 2}, INT_MAX), lumStsNoErr);
-  for (T v : d) EXPECT_EQ(v, T(0));
+  if constexpr (std::is_integral_v<T>) {
+    // Any scale factor is accepted; the extremes fall into the sign-only and
+    // the fill case.
+    EXPECT_EQ(f(a, step, b, step, d, step, {4, 2}, INT_MIN), lumStsNoErr);
+    for (T v : d) EXPECT_EQ(+v, Pixel<T>::reference(1, 1, -100));
+    EXPECT_EQ(f(a, step, b, step, d, step, {4, 2}, INT_MAX), lumStsNoErr);
+    for (T v : d) EXPECT_EQ(v, T(0));
+  }
 }
 
 // Above the fill bound the result is 0 whatever the sources hold, and they
@@ -308,20 +355,22 @@ void checkZeroFillReadsNoSource(int build, std::vector<int> factors) {
   munmap(none, page);
 }
 
-TEST_P(MulInt, InPlace) {
+TEST_P(Mul, InPlace) {
   checkInPlace<Lum8u>(build());
   checkInPlace<Lum16s>(build());
+  checkInPlace<Lum32f>(build());
 }
-TEST_P(MulInt, ArgumentChecks) {
+TEST_P(Mul, ArgumentChecks) {
   checkArguments<Lum8u>(build());
   checkArguments<Lum16s>(build());
+  checkArguments<Lum32f>(build());
 }
-TEST_P(MulInt, ZeroFillReadsNoSource) {
+TEST_P(Mul, ZeroFillReadsNoSource) {
   checkZeroFillReadsNoSource<Lum8u>(build(), {17, 18, 31, 40, INT_MAX});
   checkZeroFillReadsNoSource<Lum16s>(build(), {31, 32, 40, INT_MAX});
 }
 
-LUM_INSTANTIATE_PER_BUILD(MulInt);
+LUM_INSTANTIATE_PER_BUILD(Mul);
 
 // ---- Row kernels --------------------------------------------------------------------
 // The generic build has none; k1..k5 are called directly at every length

@@ -35,7 +35,7 @@ struct Pixel<Lum8u> {
   using K = void (*)(const Lum8u*, const Lum8u*, Lum8u*, int);
   using KS = void (*)(const Lum8u*, const Lum8u*, Lum8u*, int, int);
   static Fn entry(int build) { return lumiMul_8u_C1RSfs_arraddr[build]; }
-  static int reference(int a, int b, int sf) { return lumtest::referenceMul8u(a, b, sf); }
+  static int reference(int a, int b, int sf) { return lumtest::scaledReference(a, b, sf, 0, 255); }
   // One factor of every case (plain, one, shifts right, shifts left, sign
   // only, the fill), each case's first and last factor included.
   static std::vector<int> caseFactors() { return {0, 1, 2, 5, 16, -1, -4, -7, -8, -13, 17}; }
@@ -56,7 +56,7 @@ struct Pixel<Lum16s> {
   using K = void (*)(const Lum16s*, const Lum16s*, Lum16s*, int);
   using KS = void (*)(const Lum16s*, const Lum16s*, Lum16s*, int, int);
   static Fn entry(int build) { return lumiMul_16s_C1RSfs_arraddr[build]; }
-  static int reference(int a, int b, int sf) { return lumtest::referenceMul16s(a, b, sf); }
+  static int reference(int a, int b, int sf) { return lumtest::scaledReference(a, b, sf, -32768, 32767); }
   static std::vector<int> caseFactors() { return {0, 1, 2, 13, 30, -1, -8, -14, -15, -22, 31}; }
   static Lum16s random(uint32_t r) {
     const int v = static_cast<int>(r >> 8);
@@ -156,14 +156,14 @@ TEST(ScaledReference, WorkedExamples) {
       {255, 255, 1, 255}, {255, 255, 16, 1}, {255, 255, 17, 0}, {255, 128, 16, 0},
       {15, 17, 0, 255},   {1, 1, -7, 128},  {1, 2, -7, 255}, {31, 1, -3, 248}, {200, 0, -30, 0}};
   for (const auto& e : examples8u)
-    EXPECT_EQ(lumtest::referenceMul8u(e[0], e[1], e[2]), e[3]) << e[0] << "*" << e[1] << " sf " << e[2];
+    EXPECT_EQ(Pixel<Lum8u>::reference(e[0], e[1], e[2]), e[3]) << e[0] << "*" << e[1] << " sf " << e[2];
   const int examples16s[][4] = {
       {-1, 1, 1, 0},          {-3, 1, 1, -2},          {1, -5, 1, -2},         {-7, 1, 1, -4},
       {-32768, -32768, 30, 1}, {-32768, -32768, 31, 0}, {-32768, 32767, 30, -1}, {-32768, -1, 0, 32767},
       {-32768, 32767, 0, -32768}, {1, -1, -15, -32768}, {300, 300, -1, 32767},  {-1, 1, -14, -16384},
       {-10, 1, 2, -2},        {-6, 1, 2, -2},          {-32767, 32767, 15, -32766}};
   for (const auto& e : examples16s)
-    EXPECT_EQ(lumtest::referenceMul16s(e[0], e[1], e[2]), e[3]) << e[0] << "*" << e[1] << " sf " << e[2];
+    EXPECT_EQ(Pixel<Lum16s>::reference(e[0], e[1], e[2]), e[3]) << e[0] << "*" << e[1] << " sf " << e[2];
 }
 
 class Mul : public PerBuild {};

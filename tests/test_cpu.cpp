@@ -108,10 +108,6 @@ std::string describe(const CpuDesc& d) {
   return os.str();
 }
 
-TEST(CpuType, EveryRowOfTheTable) {
-  for (const Row& row : codeRows()) EXPECT_EQ(typeOf(row.desc), row.code) << describe(row.desc);
-}
-
 TEST(CpuType, NoCpuidAtAll) {
   lumtest::IndexScope restoreIndex;
   lumtest::ThreadCountScope restoreThreads(1);
@@ -290,9 +286,7 @@ TEST(StaticInit, SelectsTheBuildOfTheClassification) {
       if (!asDescribed) d.vendor = "OtherVendorX";
       FakeCpu cpu(d);
       const Lum32u code = static_cast<Lum32u>(lumGetCpuType());
-      if (asDescribed) {
-        ASSERT_EQ(code, row.code) << describe(d);
-      }
+      EXPECT_TRUE(!asDescribed || code == row.code) << describe(d) << " code " << code << ", want " << row.code;
       lumJumpIndexForMergedLibs = 3;
       ASSERT_EQ(lumSetNumThreads(procs + 5), lumStsNoErr);
       EXPECT_EQ(lumStaticInit(), d.vendor == "GenuineTorva" ? lumStsNoErr : lumStsNotGenuineCpu)

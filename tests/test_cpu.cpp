@@ -51,10 +51,6 @@ CpuDesc with(CpuDesc d, Lum32u extEdx, Lum32u extFamily = 0) {
   return d;
 }
 
-Lum32u typeOf(const CpuDesc& d) {
-  FakeCpu cpu(d);
-  return static_cast<Lum32u>(lumGetCpuType());
-}
 
 struct Row {
   CpuDesc desc;

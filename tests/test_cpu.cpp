@@ -51,7 +51,6 @@ CpuDesc with(CpuDesc d, Lum32u extEdx, Lum32u extFamily = 0) {
   return d;
 }
 
-
 struct Row {
   CpuDesc desc;
   Lum32u code;

@@ -43,29 +43,24 @@ class Fill : public PerBuild {
     ASSERT_EQ(d.paddingDamage(), "") << where;
     const std::vector<uint8_t> got = d.store();
     for (size_t i = 0; i < got.size(); ++i)  // the value's bytes, little-endian
-      ASSERT_EQ(got[i], static_cast<uint8_t>(static_cast<uint16_t>(value) >> (8 * (i % sizeof(T)))))
-          << where << ": region byte " << i;
+      ASSERT_EQ(got[i], uint8_t(uint16_t(value) >> (8 * (i % sizeof(T))))) << where << ", byte " << i;
   }
 };
 
 TEST_P(Fill, ArgumentChecksAndNothingWritten) {
-  Lum8u d8[16];
-  Lum16s d16[16];
-  std::memset(d8, 0x11, sizeof d8);
-  std::memset(d16, 0x11, sizeof d16);
+  Lum16s d[16];
+  std::memset(d, 0x11, sizeof d);
   const auto set8 = kSet8u[build()];
   const auto set16 = kSet16s[build()];
-  EXPECT_EQ(set8(1, nullptr, 4, {4, 4}), lumStsNullPtrErr);
-  EXPECT_EQ(set8(1, nullptr, 4, {0, -1}), lumStsNullPtrErr);
-  EXPECT_EQ(set16(1, nullptr, 8, {4, 4}), lumStsNullPtrErr);
-  EXPECT_EQ(set16(1, nullptr, 8, {-4, 0}), lumStsNullPtrErr);
-  for (LumSize bad : {LumSize{0, 1}, LumSize{1, 0}, LumSize{-5, 2}, LumSize{2, -5},
-                      LumSize{INT_MIN, INT_MAX}}) {
-    EXPECT_EQ(set8(1, d8, 4, bad), lumStsSizeErr);
-    EXPECT_EQ(set16(1, d16, 8, bad), lumStsSizeErr);
+  for (LumSize size : {LumSize{4, 4}, LumSize{0, -1}, LumSize{-4, 0}}) {  // the pointer first
+    EXPECT_EQ(set8(1, nullptr, 4, size), lumStsNullPtrErr);
+    EXPECT_EQ(set16(1, nullptr, 8, size), lumStsNullPtrErr);
   }
-  for (Lum8u v : d8) EXPECT_EQ(v, 0x11);
-  for (Lum16s v : d16) EXPECT_EQ(v, 0x1111);
+  for (LumSize bad : {LumSize{0, 1}, LumSize{1, 0}, LumSize{-5, 2}, LumSize{2, -5}, LumSize{INT_MIN, INT_MAX}}) {
+    EXPECT_EQ(set8(1, reinterpret_cast<Lum8u*>(d), 4, bad), lumStsSizeErr);
+    EXPECT_EQ(set16(1, d, 8, bad), lumStsSizeErr);
+  }
+  for (Lum16s v : d) EXPECT_EQ(v, 0x1111);
 }
 
 TEST_P(Fill, ShortAndLongRowsAtEveryAlignment) {

@@ -113,39 +113,26 @@ std::vector<T> randomPixels(size_t n, uint32_t seed) {
   return v;
 }
 
-// Runs the build's function on guarded operands (see binary_op.h).
-template <class T>
-std::vector<T> runMul(int build, const BinaryLayout& l, const std::vector<T>& a,
-                      const std::vector<T>& b, int sf, LumStatus* status) {
-  const auto fn = Pixel<T>::entry(build);
-  const auto call = [fn, sf](const T* s1, int st1, const T* s2, int st2, T* d, int std,
-                             LumSize size) { return fn(s1, st1, s2, st2, d, std, size, sf); };
-  return lumtest::runBinary(l, a, b, std::vector<T>(a.size(), T(77)), call, status);
-}
-
-// Every pixel against the reference; reports the first difference.
-template <class T>
-void expectReference(const std::vector<T>& a, const std::vector<T>& b, const std::vector<T>& d,
-                     int sf, const std::string& where) {
-  for (size_t i = 0; i < d.size(); ++i) {
-    const auto want = Pixel<T>::reference(a[i], b[i], sf);
-    if (!same(d[i], want)) {
-      ADD_FAILURE() << where << ", scale factor " << sf << ", pixel " << i << ": " << +a[i]
-                    << " * " << +b[i] << " gave " << +d[i] << ", want " << want;
-      return;
-    }
-  }
-}
-
+// Runs the build's function on guarded operands (see binary_op.h), random
+// ones unless a and b are given, and compares every pixel with the
+// reference; reports the first difference.
 template <class T>
 void checkLayout(int build, const BinaryLayout& l, int sf, uint32_t seed,
                  std::vector<T> a = {}, std::vector<T> b = {}) {
   const size_t n = static_cast<size_t>(l.width) * l.height;
   if (a.empty()) a = randomPixels<T>(n, seed), b = randomPixels<T>(n, seed + 7);
+  const auto fn = Pixel<T>::entry(build);
+  const auto call = [fn, sf](const T* s1, int st1, const T* s2, int st2, T* d, int std,
+                             LumSize size) { return fn(s1, st1, s2, st2, d, std, size, sf); };
   LumStatus st = 1;
-  const std::vector<T> d = runMul(build, l, a, b, sf, &st);
+  const std::vector<T> d = lumtest::runBinary(l, a, b, std::vector<T>(n, T(77)), call, &st);
   ASSERT_EQ(st, lumStsNoErr);
-  expectReference(a, b, d, sf, std::to_string(l.width) + "x" + std::to_string(l.height));
+  for (size_t i = 0; i < n; ++i) {
+    const auto want = Pixel<T>::reference(a[i], b[i], sf);
+    ASSERT_TRUE(same(d[i], want)) << l.width << "x" << l.height << ", scale factor " << sf << ", pixel "
+                                  << i << ": " << +a[i] << " * " << +b[i] << " gave " << +d[i]
+                                  << ", want " << want;
+  }
 }
 
 // The reference itself against answers worked out by hand from the

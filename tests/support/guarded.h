@@ -36,15 +36,12 @@ class GuardedImage {
   T* origin() const { return reinterpret_cast<T*>(origin_); }
   int step() const { return g_.step; }
 
-  // Sets, or returns, the region's pixels row by row as raw bytes
-  // (width * pixelBytes a row).
-  void load(const std::vector<uint8_t>& pixels);
+  void load(const std::vector<uint8_t>& pixels);  // the region's pixels, row by row
   std::vector<uint8_t> store() const;
   // Empty when every byte outside the region still holds its pattern,
   // otherwise a description of the first bytes that changed.
   std::string paddingDamage() const;
-  // Makes the whole block read-only (or writable again).
-  void protect(bool readOnly);
+  void protect(bool readOnly);  // the whole block
 
  private:
   uint8_t* row(int y) const { return origin_ + static_cast<ptrdiff_t>(y) * g_.step; }

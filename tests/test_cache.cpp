@@ -68,10 +68,7 @@ TEST(CacheDescriptors, EveryPairTheLargerWins) {
 }
 
 TEST(CacheDescriptors, WorkedCases) {
-  const struct {
-    CpuRegs leaf2;
-    int size;
-  } cases[] = {
+  const struct { CpuRegs leaf2; int size; } cases[] = {
       {{1, 0x492C, 0, 0}, 4 * MiB}, {{1, 0x2C49, 0, 0}, 4 * MiB},  // next to an unknown one
       {{1, 0x2C2C2C2C, 0x00F0FFFF, 0}, -1},
       {{0x3A790001, 0x3D3B4139, 0x42223F3C, 0x3E7A4843}, 3 * MiB},

@@ -130,14 +130,10 @@ TEST(CpuType, VendorStringIsComparedWhole) {
 }
 
 TEST(CpuType, CoresComeFromLeaf4OnlyWhenLeaf0ReachesIt) {
-  struct Case {
-    Lum32u model, maxLeaf, cores;
-    LumCpuType code;
-    int seen;
-  } cases[] = {{14, 3, 2, lumCpuFam6E, 1},
+  const struct { Lum32u model, maxLeaf, cores; LumCpuType code; int seen; } cases[] = {{14, 3, 2, lumCpuFam6E, 1},
                {15, 0x80000004u, 4, lumCpuFam6G, 1},  // leaf 0 EAX compared as signed
                {15, 4, 4, lumCpuFam6H, 4}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     CpuDesc d = torva(6, c.model, kSse3 | kSsse3).cores(c.cores);
     d.maxLeaf = c.maxLeaf;
     FakeCpu cpu(d);
@@ -154,10 +150,7 @@ TEST(CpuType, CoresComeFromLeaf4OnlyWhenLeaf0ReachesIt) {
 }
 
 TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
-  const struct {
-    Lum32u ebx, edx;
-    int smt;
-  } cases[] = {{2u << 16, kSmt, 1},    {1u << 16, kSmt, 0},          {0, kSmt, 0},
+  const struct { Lum32u ebx, edx; int smt; } cases[] = {{2u << 16, kSmt, 1},    {1u << 16, kSmt, 0},          {0, kSmt, 0},
                {255u << 16, kSmt, 1},  {2u << 16, 0, 0},             {0xFF00FFFFu, kSmt, 0},
                {0x0001FFFFu, kSmt, 0}, {(128u << 16) | 0xFFFF, kSmt, 1}};
   for (const auto& c : cases) {
@@ -175,10 +168,7 @@ TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
 // The classification asks leaf 0x80000001 whenever leaf 0x80000000 reports
 // anything but its top bit; the query and the record need it in range.
 TEST(CpuType, X64FlagAsTheClassificationReadsIt) {
-  const struct {
-    Lum32u maxExt, extEdx, code, query;
-    int read, ident;
-  } cases[] = {{0x80000001u, kX64, 96, 1, 1, 1}, {0x80000008u, kX64, 96, 1, 1, 1},
+  const struct { Lum32u maxExt, extEdx, code, query; int read, ident; } cases[] = {{0x80000001u, kX64, 96, 1, 1, 1}, {0x80000008u, kX64, 96, 1, 1, 1},
                {0x80000000u, kX64, 0, 0x80000000u, 0, 0}, {0, kX64, 0, 0, 0, 0},
                {0x12, kX64, 96, 0x12, 1, 0}, {0x80000001u, ~kX64, 0, 0, 1, 0}};
   for (const auto& c : cases) {
@@ -196,12 +186,7 @@ TEST(CpuType, X64FlagAsTheClassificationReadsIt) {
 }
 
 TEST(CpuQueries, EachFeatureBitAndNoOther) {
-  const struct {
-    const char* name;
-    int (*fn)(void);
-    bool inEcx;
-    int bit;
-  } queries[] = {{"rdtsc", lum_has_rdtsc, false, 4},           {"mmx", lum_is_mmx_extension, false, 23},
+  const struct { const char* name; int (*fn)(void); bool inEcx; int bit; } queries[] = {{"rdtsc", lum_has_rdtsc, false, 4},           {"mmx", lum_is_mmx_extension, false, 23},
                  {"sse", lum_is_ssx_extension, false, 25},     {"sse2", lum_is_sse2_extension, false, 26},
                  {"sse3", lum_is_sse3_extension, true, 0},     {"ssse3", lum_is_ssse3_extension, true, 9},
                  {"sse4.1", lum_is_sse41_extension, true, 19}, {"sse4.2", lum_is_sse42_extension, true, 20}};
@@ -250,10 +235,9 @@ TEST(CpuIdent, FieldsFromTheirBits) {
   d.cores(6);
   d.extEdx = kX64;
   FakeCpu cpu(d);
-  // family, stepping, model, type (bits 11..12: EAX bit 11 set as the top bit
-  // of family 15, bit 12 clear), featureEdx, leaf2 EAX and EDX, mmx, spare
-  // (the caller's), sse, sse2, smt, sse3, x64, ssse3, cores, sse4.1, sse4.2,
-  // extFamily, extModel.
+  // family, stepping, model, type (EAX bits 11..12), featureEdx, leaf2 EAX
+  // and EDX, mmx, spare (the caller's), sse, sse2, smt, sse3, x64, ssse3,
+  // cores, sse4.1, sse4.2, extFamily, extModel.
   EXPECT_EQ(identOf(), (std::vector<int>{15, 9, 12, 1, static_cast<int>(d.edx1), 0x11223301,
                                          static_cast<int>(0xCCDDEEFFu), 1, 0x5A5A5A5A, 0, 1, 1, 1,
                                          1, 0, 1, 1, 0, 0xA7, 5}));

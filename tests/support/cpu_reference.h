@@ -1,7 +1,8 @@
 // A second, independent reading of the processor classification and of the
 // leaf-2 cache walk, written from the documented tables rather than from the
-// library's code. The processor tests compare the library with it on the
-// machine they run on and on emulated processors.
+// library's code. The processor probe compares the library with it on the
+// machine the tests run on and on emulated processors; the cache tests use
+// its walk.
 #ifndef LUM_TESTS_SUPPORT_CPU_REFERENCE_H
 #define LUM_TESTS_SUPPORT_CPU_REFERENCE_H
 
@@ -18,7 +19,6 @@ struct Snapshot {
   bool hasCpuid = false;
   Regs leaf0, leaf1, leaf2, leaf4, ext0, ext1;  // leaf 4 is sub-leaf 0
 };
-
 
 bool isGenuineTorva(const Snapshot& s);
 // Processor code as documented for lumGetCpuType.

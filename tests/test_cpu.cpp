@@ -150,9 +150,9 @@ TEST(CpuType, CoresComeFromLeaf4OnlyWhenLeaf0ReachesIt) {
 }
 
 TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
-  const struct { Lum32u ebx, edx; int smt; } cases[] = {{2u << 16, kSmt, 1},    {1u << 16, kSmt, 0},          {0, kSmt, 0},
-               {255u << 16, kSmt, 1},  {2u << 16, 0, 0},             {0xFF00FFFFu, kSmt, 0},
-               {0x0001FFFFu, kSmt, 0}, {(128u << 16) | 0xFFFF, kSmt, 1}};
+  const struct { Lum32u ebx, edx; int smt; } cases[] = {
+      {2u << 16, kSmt, 1},   {1u << 16, kSmt, 0}, {0, kSmt, 0},           {255u << 16, kSmt, 1},
+      {2u << 16, 0, 0},      {0xFF00FFFFu, kSmt, 0}, {0x0001FFFFu, kSmt, 0}, {(128u << 16) | 0xFFFF, kSmt, 1}};
   for (const auto& c : cases) {
     CpuDesc d = torva(15, 2, 0, kEdxSse2 | c.edx);
     d.ebx1 = c.ebx;
@@ -168,9 +168,10 @@ TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
 // The classification asks leaf 0x80000001 whenever leaf 0x80000000 reports
 // anything but its top bit; the query and the record need it in range.
 TEST(CpuType, X64FlagAsTheClassificationReadsIt) {
-  const struct { Lum32u maxExt, extEdx, code, query; int read, ident; } cases[] = {{0x80000001u, kX64, 96, 1, 1, 1}, {0x80000008u, kX64, 96, 1, 1, 1},
-               {0x80000000u, kX64, 0, 0x80000000u, 0, 0}, {0, kX64, 0, 0, 0, 0},
-               {0x12, kX64, 96, 0x12, 1, 0}, {0x80000001u, ~kX64, 0, 0, 1, 0}};
+  const struct { Lum32u maxExt, extEdx, code, query; int read, ident; } cases[] = {
+      {0x80000001u, kX64, 96, 1, 1, 1},          {0x80000008u, kX64, 96, 1, 1, 1},
+      {0x80000000u, kX64, 0, 0x80000000u, 0, 0}, {0, kX64, 0, 0, 0, 0},
+      {0x12, kX64, 96, 0x12, 1, 0},              {0x80000001u, ~kX64, 0, 0, 1, 0}};
   for (const auto& c : cases) {
     CpuDesc d = with(other(6, 10, 0, kMmx), c.extEdx);
     d.maxExtLeaf = c.maxExt;
@@ -186,10 +187,11 @@ TEST(CpuType, X64FlagAsTheClassificationReadsIt) {
 }
 
 TEST(CpuQueries, EachFeatureBitAndNoOther) {
-  const struct { const char* name; int (*fn)(void); bool inEcx; int bit; } queries[] = {{"rdtsc", lum_has_rdtsc, false, 4},           {"mmx", lum_is_mmx_extension, false, 23},
-                 {"sse", lum_is_ssx_extension, false, 25},     {"sse2", lum_is_sse2_extension, false, 26},
-                 {"sse3", lum_is_sse3_extension, true, 0},     {"ssse3", lum_is_ssse3_extension, true, 9},
-                 {"sse4.1", lum_is_sse41_extension, true, 19}, {"sse4.2", lum_is_sse42_extension, true, 20}};
+  const struct { const char* name; int (*fn)(void); bool inEcx; int bit; } queries[] = {
+      {"rdtsc", lum_has_rdtsc, false, 4},           {"mmx", lum_is_mmx_extension, false, 23},
+      {"sse", lum_is_ssx_extension, false, 25},     {"sse2", lum_is_sse2_extension, false, 26},
+      {"sse3", lum_is_sse3_extension, true, 0},     {"ssse3", lum_is_ssse3_extension, true, 9},
+      {"sse4.1", lum_is_sse41_extension, true, 19}, {"sse4.2", lum_is_sse42_extension, true, 20}};
   for (const auto& q : queries)
     for (bool inverted : {false, true}) {  // the bit alone, and every bit but this one
       CpuDesc d = torva(6, 26, 0, 0);

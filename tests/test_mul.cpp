@@ -47,7 +47,8 @@ struct Pixel<Lum8u> {
   static constexpr int kLen = 112, kShiftLen = 70, kMaxPos = 16, kMaxNeg = 7;
   static constexpr K plain[] = LUM_PER_VECTOR_BUILD(ownsMul_8u), half[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_1Sfs),
                      bound[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_Bound);
-  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_PosSfs), neg[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_NegSfs);
+  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_PosSfs),
+                      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_NegSfs);
 };
 
 template <>
@@ -66,7 +67,8 @@ struct Pixel<Lum16s> {
   static constexpr int kLen = 60, kShiftLen = 40, kMaxPos = 30, kMaxNeg = 14;
   static constexpr K plain[] = LUM_PER_VECTOR_BUILD(ownsMul_16s), half[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_1Sfs),
                      bound[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_Bound);
-  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_PosSfs), neg[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_NegSfs);
+  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_PosSfs),
+                      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_NegSfs);
 };
 
 template <>
@@ -218,7 +220,8 @@ void checkZeroAndNegativeSteps(int build) {
       // The same row in every row, so that a zero-step source is well defined.
       const std::vector<T> rowA = randomPixels<T>(width, 40 + sf), rowB = randomPixels<T>(width, 80 + sf);
       std::vector<T> a, b;
-      for (int y = 0; y < 4; ++y) a.insert(a.end(), rowA.begin(), rowA.end()), b.insert(b.end(), rowB.begin(), rowB.end());
+      for (int y = 0; y < 4; ++y)
+        a.insert(a.end(), rowA.begin(), rowA.end()), b.insert(b.end(), rowB.begin(), rowB.end());
       const int r = width * px;
       // Every operand on one row; all bottom-up; sources on one row and
       // the destination bottom-up at an odd start.

@@ -40,15 +40,13 @@ int main() {
   for (int w : words) printf(" %d", w);
   printf("\n");
 
-  printf("cpu_type %u\n", static_cast<unsigned>(lumGetCpuType()));
-  printf("index_before %d\n", lumJumpIndexForMergedLibs);
-  printf("init_status %d\n", lumStaticInit());
-  printf("index %d\n", lumJumpIndexForMergedLibs);
-  printf("target %.4s\n", lumiGetLibVersion()->targetCpu);
-  printf("name %s\n", lumiGetLibVersion()->name);
+  printf("cpu_type %u\nindex_before %d\n", static_cast<unsigned>(lumGetCpuType()), lumJumpIndexForMergedLibs);
+  const LumStatus init = lumStaticInit();
   int threads = 0;
   lumGetNumThreads(&threads);
-  printf("threads %d\nprocs %d\n", threads, omp_get_num_procs());
+  printf("init_status %d\nindex %d\ntarget %.4s\nname %s\nthreads %d\nprocs %d\n", init,
+         lumJumpIndexForMergedLibs, lumiGetLibVersion()->targetCpu, lumiGetLibVersion()->name, threads,
+         omp_get_num_procs());
   for (const char* key : {"cache", "cache_again"}) {
     int size = -1;
     const LumStatus st = lumGetMaxCacheSizeB(&size);

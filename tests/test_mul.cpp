@@ -32,8 +32,6 @@ struct Pixel;
 template <>
 struct Pixel<Lum8u> {
   using Fn = LumStatus (*)(const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);
-  using K = void (*)(const Lum8u*, const Lum8u*, Lum8u*, int);
-  using KS = void (*)(const Lum8u*, const Lum8u*, Lum8u*, int, int);
   static Fn entry(int build) { return lumiMul_8u_C1RSfs_arraddr[build]; }
   static int reference(int a, int b, int sf) { return lumtest::scaledReference(a, b, sf, 0, 255); }
   // One factor of every case (plain, one, shifts right, shifts left, sign
@@ -45,17 +43,15 @@ struct Pixel<Lum8u> {
   }
   // Row kernels: longest rows, highest right and left shift, the bound.
   static constexpr int kLen = 112, kShiftLen = 70, kMaxPos = 16, kMaxNeg = 7;
-  static constexpr K plain[] = LUM_PER_VECTOR_BUILD(ownsMul_8u), half[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_1Sfs),
-                     bound[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_Bound);
-  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_PosSfs),
-                      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_NegSfs);
+  static constexpr decltype(&lum::k1::ownsMul_8u) plain[] = LUM_PER_VECTOR_BUILD(ownsMul_8u),
+      half[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_1Sfs), bound[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_Bound);
+  static constexpr decltype(&lum::k1::ownsMul_8u_PosSfs) pos[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_PosSfs),
+      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_8u_NegSfs);
 };
 
 template <>
 struct Pixel<Lum16s> {
   using Fn = LumStatus (*)(const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
-  using K = void (*)(const Lum16s*, const Lum16s*, Lum16s*, int);
-  using KS = void (*)(const Lum16s*, const Lum16s*, Lum16s*, int, int);
   static Fn entry(int build) { return lumiMul_16s_C1RSfs_arraddr[build]; }
   static int reference(int a, int b, int sf) { return lumtest::scaledReference(a, b, sf, -32768, 32767); }
   static std::vector<int> caseFactors() { return {0, 1, 2, 13, 30, -1, -8, -14, -15, -22, 31}; }
@@ -65,10 +61,10 @@ struct Pixel<Lum16s> {
     return static_cast<Lum16s>(r % 10 < 5 ? special[r % 10] : v);
   }
   static constexpr int kLen = 60, kShiftLen = 40, kMaxPos = 30, kMaxNeg = 14;
-  static constexpr K plain[] = LUM_PER_VECTOR_BUILD(ownsMul_16s), half[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_1Sfs),
-                     bound[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_Bound);
-  static constexpr KS pos[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_PosSfs),
-                      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_NegSfs);
+  static constexpr decltype(&lum::k1::ownsMul_16s) plain[] = LUM_PER_VECTOR_BUILD(ownsMul_16s),
+      half[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_1Sfs), bound[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_Bound);
+  static constexpr decltype(&lum::k1::ownsMul_16s_PosSfs) pos[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_PosSfs),
+      neg[] = LUM_PER_VECTOR_BUILD(ownsMul_16s_NegSfs);
 };
 
 template <>

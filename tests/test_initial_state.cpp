@@ -21,9 +21,7 @@ TEST(InitialState, GenericBuildOneThread) {
   const float a[3] = {1.5f, -2.0f, 3.0f}, b[3] = {2.0f, 2.0f, -0.5f};
   float d[3] = {};
   ASSERT_EQ(lumiMul_32f_C1R(a, 12, b, 12, d, 12, {3, 1}), lumStsNoErr);
-  EXPECT_EQ(d[0], 3.0f);
-  EXPECT_EQ(d[1], -4.0f);
-  EXPECT_EQ(d[2], -1.5f);
+  EXPECT_TRUE(d[0] == 3.0f && d[1] == -4.0f && d[2] == -1.5f) << d[0] << " " << d[1] << " " << d[2];
 }
 
 }  // namespace

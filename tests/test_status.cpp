@@ -20,13 +20,11 @@ TEST(StatusCatalogue, HasExactlyTheFamilysCodes) {
   const std::set<int> gaps = {-165, -89, -88, -87, -86, -85, -84, -68, -3, -1};
   int count = 0;
   for (int code = -10050; code <= 200; ++code) {
-    if (!known(code)) continue;
-    ++count;
-    const bool inRange = code >= -209 && code <= 38 && gaps.count(code) == 0;
-    EXPECT_TRUE(inRange || code == -9998 || code == -9999) << "unexpected entry " << code;
+    const bool listed = (code >= -209 && code <= 38 && !gaps.count(code)) || code == -9998 || code == -9999;
+    EXPECT_EQ(known(code), listed) << code;
+    count += known(code);
   }
   EXPECT_EQ(count, 240);
-  for (int gap : gaps) EXPECT_EQ(lumGetStatusString(gap), kUnknown) << gap;
   for (int code : {39, -210, 1000, -10000, INT32_MIN, INT32_MAX})
     EXPECT_EQ(lumGetStatusString(code), kUnknown) << code;
 }
@@ -52,8 +50,8 @@ TEST(StatusCatalogue, MessagesAreDistinctExceptTheKnownTwins) {
   }
 }
 
-TEST(StatusCatalogue, TextsOfTheLibrarysOwnCodes) {
-  const std::pair<int, const char*> own[] = {
+TEST(StatusCatalogue, TextsOfTheLibrarysOwnCodesAndTheOutliers) {
+  const std::pair<int, const char*> texts[] = {
       {lumStsNoErr, "No error, it's OK"},
       {lumStsNoOperation, "No operation has been executed"},
       {lumStsDivByZero, "Zero value(s) of the divisor in the function Div"},
@@ -71,31 +69,25 @@ TEST(StatusCatalogue, TextsOfTheLibrarysOwnCodes) {
       {lumStsScaleRangeErr, "Scale bounds are out of the range"},
       {lumStsStepErr, "Step value is not valid"},
       {lumStsStepNotPixelMultipleErr, "Step value is not pixel multiple"},
+      // Published spellings and the outliers stay as they are.
+      {-9999, "The requested mode is currently not supported"},
+      {-9998, "The target cpu is not supported"},
+      {13, "Quantized LP syntethis filter stability check is applied at the low boundary of [0,pi]"},
+      {-182, "Stride value is not positive or not dividend to size of data type"},
+      {23, "The newest version of LUM dll's not found by dispatcher"},
+      {28, "4th vertex of destination quad is not equal to customer's one"},
+      {-209, "Ripple in passband for Chebyshev1 design is less zero, equal to zero or greater than 29"},
+      {38, "The Kernel is not symmetric"},
+      {-2, "Unknown/unspecified error"},
   };
-  for (const auto& [code, text] : own) EXPECT_STREQ(lumGetStatusString(code), text) << code;
+  for (const auto& [code, text] : texts) EXPECT_STREQ(lumGetStatusString(code), text) << code;
 }
 
-TEST(StatusCatalogue, PublishedSpellingsAndTheOutliersStayAsTheyAre) {
-  EXPECT_STREQ(lumGetStatusString(-9999), "The requested mode is currently not supported");
-  EXPECT_STREQ(lumGetStatusString(-9998), "The target cpu is not supported");
-  EXPECT_STREQ(lumGetStatusString(13),
-               "Quantized LP syntethis filter stability check is applied at the low boundary of [0,pi]");
-  EXPECT_STREQ(lumGetStatusString(-182),
-               "Stride value is not positive or not dividend to size of data type");
-  EXPECT_STREQ(lumGetStatusString(23), "The newest version of LUM dll's not found by dispatcher");
-  EXPECT_STREQ(lumGetStatusString(28), "4th vertex of destination quad is not equal to customer's one");
-  EXPECT_STREQ(lumGetStatusString(-209),
-               "Ripple in passband for Chebyshev1 design is less zero, equal to zero or greater than 29");
-  EXPECT_STREQ(lumGetStatusString(38), "The Kernel is not symmetric");
-  EXPECT_STREQ(lumGetStatusString(-2), "Unknown/unspecified error");
-}
-
-TEST(StatusCatalogue, SamePointerOnEveryCallAndNeverNull) {
+TEST(StatusCatalogue, SamePointerOnEveryCallAndNeverEmpty) {
   for (int code = -10000; code <= 100; ++code) {
     const char* first = lumGetStatusString(code);
-    ASSERT_NE(first, nullptr);
+    ASSERT_TRUE(first != nullptr && *first != 0) << code;
     ASSERT_EQ(lumGetStatusString(code), first) << code;
-    ASSERT_GT(std::strlen(first), 0u);
   }
 }
 

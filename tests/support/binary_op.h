@@ -1,15 +1,16 @@
 // Runs a two-source image function (pSrc1, src1Step, pSrc2, src2Step, pDst,
 // dstStep, roiSize[, ...]) on guarded operands and checks what every such
 // call must keep: no byte outside the destination region written, sources
-// unchanged, the floating-point control state as it was.
+// unchanged, the floating-point control and MMX state as they were.
 #ifndef LUM_TESTS_SUPPORT_BINARY_OP_H
 #define LUM_TESTS_SUPPORT_BINARY_OP_H
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstring>
-#include <random>
+#include <memory>
 #include <vector>
 
 #include "fp_env.h"
@@ -18,18 +19,15 @@
 
 namespace lumtest {
 
-// Marks an operand whose step follows from the width and rowPad.
-constexpr int kStepFromWidth = INT32_MIN;
-
-// Where the three operands lie: extra bytes per row beyond the region, the
-// gap to the guard page (which sets the start's alignment) and the guard the
-// operand is placed against. `step`, when given, replaces width plus rowPad
-// (zero and negative steps included).
+// Where an operand lies: extra bytes per row beyond the region, the gap to
+// the guard page (which sets the start's alignment) and the guard it is
+// placed against. `step`, when given, replaces width plus rowPad (zero and
+// negative steps included).
 struct OperandLayout {
   int rowPad = 0;
   int gap = 0;
   Against against = Against::End;
-  int step = kStepFromWidth;
+  int step = INT_MIN;
 };
 
 struct BinaryLayout {
@@ -39,22 +37,9 @@ struct BinaryLayout {
 };
 
 template <class T>
-int stepOf(const BinaryLayout& l, const OperandLayout& o) {
-  if (o.step != kStepFromWidth) return o.step;
-  return l.width * static_cast<int>(sizeof(T)) + o.rowPad;
-}
-
-template <class T>
 std::vector<uint8_t> toBytes(const std::vector<T>& v) {
   std::vector<uint8_t> out(v.size() * sizeof(T));
   std::memcpy(out.data(), v.data(), out.size());
-  return out;
-}
-
-template <class T>
-std::vector<T> fromBytes(const std::vector<uint8_t>& v) {
-  std::vector<T> out(v.size() / sizeof(T));
-  std::memcpy(out.data(), v.data(), v.size());
   return out;
 }
 
@@ -65,26 +50,28 @@ template <class T, class Fn>
 std::vector<T> runBinary(const BinaryLayout& l, const std::vector<T>& a, const std::vector<T>& b,
                          const std::vector<T>& dstInit, Fn fn, LumStatus* status) {
   const int px = static_cast<int>(sizeof(T));
-  GuardedImage s1({l.width, l.height, px, stepOf<T>(l, l.src1)}, l.src1.against, l.src1.gap);
-  GuardedImage s2({l.width, l.height, px, stepOf<T>(l, l.src2)}, l.src2.against, l.src2.gap);
-  GuardedImage d({l.width, l.height, px, stepOf<T>(l, l.dst)}, l.dst.against, l.dst.gap);
-  s1.load(toBytes(a));
-  s2.load(toBytes(b));
-  d.load(toBytes(dstInit));
-  s1.protect(true);
-  s2.protect(true);
-
+  const auto image = [&](const OperandLayout& o, const std::vector<T>& pixels) {
+    const int step = o.step != INT_MIN ? o.step : l.width * px + o.rowPad;
+    auto* g = new GuardedImage({l.width, l.height, px, step}, o.against, o.gap);
+    g->load(toBytes(pixels));
+    return std::unique_ptr<GuardedImage>(g);
+  };
+  const std::unique_ptr<GuardedImage> s1 = image(l.src1, a), s2 = image(l.src2, b), d = image(l.dst, dstInit);
+  s1->protect(true);
+  s2->protect(true);
   const FpControl before = readFpControl();
-  *status = fn(s1.origin<T>(), s1.step(), s2.origin<T>(), s2.step(), d.origin<T>(), d.step(),
+  *status = fn(s1->origin<T>(), s1->step(), s2->origin<T>(), s2->step(), d->origin<T>(), d->step(),
                LumSize{l.width, l.height});
   EXPECT_EQ(readFpControl(), before) << "the call changed the floating-point control state";
   EXPECT_TRUE(x87RegistersFree()) << "the call left the MMX state uncleared";
-  EXPECT_EQ(d.paddingDamage(), "") << "bytes outside the destination region were written";
-  EXPECT_EQ(s1.paddingDamage(), "");
-  EXPECT_EQ(s2.paddingDamage(), "");
-  EXPECT_EQ(s1.store(), toBytes(a)) << "first source changed";
-  EXPECT_EQ(s2.store(), toBytes(b)) << "second source changed";
-  return fromBytes<T>(d.store());
+  EXPECT_EQ(d->paddingDamage(), "") << "bytes outside the destination region were written";
+  EXPECT_EQ(s1->paddingDamage() + s2->paddingDamage(), "");
+  EXPECT_EQ(s1->store(), toBytes(a)) << "first source changed";
+  EXPECT_EQ(s2->store(), toBytes(b)) << "second source changed";
+  const std::vector<uint8_t> bytes = d->store();
+  std::vector<T> out(bytes.size() / sizeof(T));
+  std::memcpy(out.data(), bytes.data(), bytes.size());
+  return out;
 }
 
 }  // namespace lumtest

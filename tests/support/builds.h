@@ -6,47 +6,36 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "lum.h"
+#include "processor.h"
 
 namespace lumtest {
 
 constexpr int kNumBuilds = 6;
 
-// Tag of build k: "k0" .. "k5".
-std::string buildTag(int k);
-
-// Whether the running processor has the instruction set build k needs.
-bool buildSupported(int k);
-
-std::vector<int> allBuilds();
+inline std::string buildTag(int k) { return "k" + std::to_string(k); }
+inline bool buildSupported(int k) { return processorRunsBuild(k); }
 
 // Names parametrized tests after the build tag.
 struct BuildName {
-  std::string operator()(const testing::TestParamInfo<int>& info) const {
-    return buildTag(info.param);
-  }
+  std::string operator()(const testing::TestParamInfo<int>& info) const { return buildTag(info.param); }
 };
 
 }  // namespace lumtest
 
-// Skips the current test when the processor cannot run build k.
-#define LUM_REQUIRE_BUILD(k)                                                     \
-  do {                                                                           \
-    if (!::lumtest::buildSupported(k))                                           \
-      GTEST_SKIP() << "this processor cannot run build " << ::lumtest::buildTag(k); \
-  } while (0)
-
-// A test fixture parametrized over the six builds.
+// A test fixture parametrized over the six builds; skips a build this
+// processor cannot run.
 class PerBuild : public testing::TestWithParam<int> {
  protected:
-  void SetUp() override { LUM_REQUIRE_BUILD(GetParam()); }
+  void SetUp() override {
+    if (!lumtest::buildSupported(build()))
+      GTEST_SKIP() << "this processor cannot run build " << lumtest::buildTag(build());
+  }
   int build() const { return GetParam(); }
 };
 
-#define LUM_INSTANTIATE_PER_BUILD(Fixture)                                        \
-  INSTANTIATE_TEST_SUITE_P(Builds, Fixture, testing::ValuesIn(::lumtest::allBuilds()), \
-                           ::lumtest::BuildName())
+#define LUM_INSTANTIATE_PER_BUILD(Fixture) \
+  INSTANTIATE_TEST_SUITE_P(Builds, Fixture, testing::Range(0, ::lumtest::kNumBuilds), ::lumtest::BuildName())
 
 #endif

@@ -1,7 +1,5 @@
 #include "cpu_reference.h"
 
-#include <cpuid.h>
-
 #include <cstring>
 
 namespace lumref {
@@ -12,10 +10,7 @@ bool bit(uint32_t v, int n) { return (v >> n) & 1u; }
 
 // Vendor-path table: family, effective model, code; for models whose code
 // depends on the core count, the code for more than `coreLimit` cores.
-struct Row {
-  uint32_t family, model, code, codeAbove, coreLimit;
-};
-constexpr Row kVendorRows[] = {
+constexpr struct { uint32_t family, model, code, codeAbove, coreLimit; } kVendorRows[] = {
     {5, 1, 1, 1, 0},   {5, 2, 1, 1, 0},    {5, 4, 2, 2, 0},
     {6, 1, 3, 3, 0},   {6, 3, 4, 4, 0},    {6, 5, 4, 4, 0},   {6, 6, 4, 4, 0},
     {6, 7, 5, 5, 0},   {6, 8, 5, 5, 0},    {6, 10, 5, 5, 0},  {6, 11, 5, 5, 0},
@@ -24,11 +19,7 @@ constexpr Row kVendorRows[] = {
 };
 
 // Codes by build, as listed for the initializers.
-struct Listed {
-  uint32_t code;
-  int index;
-};
-constexpr Listed kListed[] = {
+constexpr struct { uint32_t code; int index; } kListed[] = {
     {0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {0xFFFFFFFFu, 0},
     {5, 1}, {16, 1}, {17, 1}, {64, 1},
     {6, 2}, {7, 2}, {9, 2}, {65, 2},
@@ -38,12 +29,8 @@ constexpr Listed kListed[] = {
 };
 
 // Descriptor byte -> cache size in bytes.
-struct Descriptor {
-  uint8_t byte;
-  int size;
-};
 constexpr int KiB = 1024, MiB = 1024 * 1024;
-constexpr Descriptor kDescriptors[] = {
+constexpr struct { uint8_t byte; int size; } kDescriptors[] = {
     {0x39, 128 * KiB}, {0x3A, 192 * KiB}, {0x3B, 128 * KiB}, {0x3C, 256 * KiB},
     {0x3D, 384 * KiB}, {0x3E, 512 * KiB}, {0x3F, 256 * KiB}, {0x41, 128 * KiB},
     {0x42, 256 * KiB}, {0x43, 512 * KiB}, {0x44, 1 * MiB},   {0x45, 2 * MiB},
@@ -56,26 +43,12 @@ constexpr Descriptor kDescriptors[] = {
     {0x85, 2 * MiB},   {0x86, 512 * KiB}, {0x87, 1 * MiB},
 };
 
-int sizeOf(uint8_t byte) {
-  for (const Descriptor& d : kDescriptors)
-    if (d.byte == byte) return d.size;
-  return -1;
-}
-
 }  // namespace
 
-Snapshot readThisProcessor() {
-  Snapshot s;
-  // Every processor this test suite can run on has CPUID.
-  s.hasCpuid = true;
-  auto read = [](uint32_t leaf, Regs& r) { __cpuid_count(leaf, 0, r.eax, r.ebx, r.ecx, r.edx); };
-  read(0, s.leaf0);
-  read(1, s.leaf1);
-  read(2, s.leaf2);
-  read(4, s.leaf4);
-  read(0x80000000u, s.ext0);
-  read(0x80000001u, s.ext1);
-  return s;
+int descriptorSize(uint8_t byte) {
+  for (const auto& d : kDescriptors)
+    if (d.byte == byte) return d.size;
+  return -1;
 }
 
 bool isGenuineTorva(const Snapshot& s) {
@@ -100,7 +73,7 @@ uint32_t cpuType(const Snapshot& s) {
 
   if (isGenuineTorva(s)) {
     if (bit(l1.edx, 30)) return family == 7 ? 16 : 17;
-    for (const Row& r : kVendorRows)
+    for (const auto& r : kVendorRows)
       if (r.family == family && r.model == model)
         return r.coreLimit != 0 && cores > r.coreLimit ? r.codeAbove : r.code;
     if (family == 15) {
@@ -109,10 +82,7 @@ uint32_t cpuType(const Snapshot& s) {
     }
   }
   // Highest level first.
-  const struct {
-    bool present;
-    uint32_t code;
-  } levels[] = {{bit(l1.ecx, 20), 69}, {bit(l1.ecx, 19), 68}, {bit(l1.ecx, 9), 67},
+  const struct { bool present; uint32_t code; } levels[] = {{bit(l1.ecx, 20), 69}, {bit(l1.ecx, 19), 68}, {bit(l1.ecx, 9), 67},
                 {bit(l1.ecx, 0), 66},  {bit(l1.edx, 26), 65}, {bit(l1.edx, 25), 64},
                 {x64, 96}};
   for (const auto& l : levels)
@@ -121,7 +91,7 @@ uint32_t cpuType(const Snapshot& s) {
 }
 
 int explicitIndex(uint32_t code) {
-  for (const Listed& l : kListed)
+  for (const auto& l : kListed)
     if (l.code == code) return l.index;
   return -1;
 }
@@ -146,7 +116,7 @@ int leaf2CacheSize(const Regs& leaf2) {
   }
   int best = -1;
   for (int pos = 1; pos <= count; ++pos) {
-    const int size = sizeOf(layout[pos]);
+    const int size = descriptorSize(layout[pos]);
     if (size > best) best = size;
   }
   return best;

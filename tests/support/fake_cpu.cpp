@@ -11,40 +11,13 @@ namespace {
 FakeCpu* g_current = nullptr;
 }
 
-Lum32u CpuDesc::leaf1Eax() const {
-  return (stepping & 0xF) | (model & 0xF) << 4 | (family & 0xF) << 8 | (typeBits & 3) << 12 |
-         (extModel & 0xF) << 16 | (extFamily & 0xFF) << 20;
-}
-
-CpuDesc& CpuDesc::logical(Lum32u n) {
-  ebx1 = (ebx1 & ~0x00FF0000u) | (n & 0xFF) << 16;
-  edx1 |= bits::kSmt;
-  return *this;
-}
-
-CpuDesc& CpuDesc::cores(Lum32u n) {
-  leaf4Eax = (leaf4Eax & 0x03FFFFFFu) | (n - 1) << 26;
-  return *this;
-}
-
-CpuRegs vendorRegs(const std::string& vendor, Lum32u maxLeaf) {
-  if (vendor.size() != 12) throw std::invalid_argument("vendor strings have 12 characters");
-  CpuRegs r;
-  r.eax = maxLeaf;
-  std::memcpy(&r.ebx, vendor.data(), 4);
-  std::memcpy(&r.edx, vendor.data() + 4, 4);
-  std::memcpy(&r.ecx, vendor.data() + 8, 4);
-  return r;
-}
-
-FakeCpu::FakeCpu() {
+FakeCpu::FakeCpu(const CpuDesc& desc) {
   if (g_current != nullptr) throw std::logic_error("one FakeCpu at a time");
   g_current = this;
   ownCpuidHook = &FakeCpu::cpuid;
   ownHasCpuidHook = &FakeCpu::hasCpuid;
+  load(desc);
 }
-
-FakeCpu::FakeCpu(const CpuDesc& desc) : FakeCpu() { load(desc); }
 
 FakeCpu::~FakeCpu() {
   ownCpuidHook = nullptr;
@@ -53,46 +26,28 @@ FakeCpu::~FakeCpu() {
 }
 
 void FakeCpu::load(const CpuDesc& d) {
-  leaves_.clear();
-  set(0, 0, vendorRegs(d.vendor, d.maxLeaf));
-  set(1, 0, {d.leaf1Eax(), d.ebx1, d.ecx1, d.edx1});
-  set(2, 0, d.leaf2);
-  set(4, 0, {d.leaf4Eax, 0, 0, 0});
-  set(0x80000000u, 0, {d.maxExtLeaf, 0, 0, 0});
-  set(0x80000001u, 0, {0, 0, 0, d.extEdx});
+  if (d.vendor.size() != 12) throw std::invalid_argument("vendor strings have 12 characters");
+  CpuRegs leaf0;  // the vendor string spread over EBX, EDX, ECX
+  leaf0.eax = d.maxLeaf;
+  std::memcpy(&leaf0.ebx, d.vendor.data(), 4);
+  std::memcpy(&leaf0.edx, d.vendor.data() + 4, 4);
+  std::memcpy(&leaf0.ecx, d.vendor.data() + 8, 4);
+  const Lum32u eax1 = (d.stepping & 0xF) | (d.model & 0xF) << 4 | (d.family & 0xF) << 8 |
+                      (d.typeBits & 3) << 12 | (d.extModel & 0xF) << 16 | (d.extFamily & 0xFF) << 20;
+  leaves_ = {{0, leaf0},
+             {1, {eax1, d.ebx1, d.ecx1, d.edx1}},
+             {2, d.leaf2},
+             {4, {d.leaf4Eax, 0, 0, 0}},
+             {0x80000000u, {d.maxExtLeaf, 0, 0, 0}},
+             {0x80000001u, {0, 0, 0, d.extEdx}}};
 }
 
-void FakeCpu::set(Lum32u leaf, Lum32u subLeaf, const CpuRegs& regs) {
-  leaves_[{leaf, subLeaf}] = regs;
-}
-
-int FakeCpu::reads(Lum32u leaf) const {
-  const auto it = reads_.find(leaf);
-  if (it == reads_.end()) return 0;
-  int n = 0;
-  for (char c : it->second) n += c == ',';
-  return n;
-}
-
-int FakeCpu::totalReads() const {
-  int n = 0;
-  for (const auto& r : reads_) n += reads(r.first);
-  return n;
-}
-
-std::string FakeCpu::subLeaves(Lum32u leaf) const {
-  const auto it = reads_.find(leaf);
-  if (it == reads_.end()) return "";
-  return it->second.substr(0, it->second.size() - 1);
-}
-
-// A leaf the table lacks reads as zeros.
 void FakeCpu::cpuid(Lum32u regs[4], Lum32u leaf, Lum32u subLeaf) {
   FakeCpu* self = g_current;
-  self->reads_[leaf] += std::to_string(subLeaf) + ",";
+  self->reads_[leaf].push_back(subLeaf);
   CpuRegs r;
-  const auto it = self->leaves_.find({leaf, subLeaf});
-  if (it != self->leaves_.end()) r = it->second;
+  const auto it = self->leaves_.find(leaf);
+  if (it != self->leaves_.end() && subLeaf == 0) r = it->second;
   regs[0] = r.eax;
   regs[1] = r.ebx;
   regs[2] = r.ecx;

@@ -5,8 +5,6 @@
 
 #include <stdint.h>
 
-#include <ostream>
-
 namespace lumtest {
 
 // The control fields only: the exception flags (MXCSR bits 0..5) record what
@@ -39,10 +37,6 @@ inline bool x87RegistersFree() {
   __asm__ __volatile__("fnstenv %0" : "=m"(env));
   __asm__ __volatile__("fldcw %0" : : "m"(env.cw));  // fnstenv masked the exceptions
   return env.tw == 0xFFFF;
-}
-
-inline std::ostream& operator<<(std::ostream& os, const FpControl& c) {
-  return os << "{x87 cw 0x" << std::hex << c.x87 << ", mxcsr 0x" << c.mxcsr << std::dec << "}";
 }
 
 }  // namespace lumtest

@@ -17,31 +17,10 @@ namespace lumtest {
 // left between that guard and the region (0 = flush against it).
 enum class Against { End, Start };
 
-// Pages of accessible memory between a leading and a trailing guard page.
-class GuardedBlock {
- public:
-  explicit GuardedBlock(size_t bytes);
-  ~GuardedBlock();
-  GuardedBlock(const GuardedBlock&) = delete;
-  GuardedBlock& operator=(const GuardedBlock&) = delete;
-
-  uint8_t* begin() const { return begin_; }  // first accessible byte
-  uint8_t* end() const { return end_; }      // one past the last accessible byte
-
- private:
-  uint8_t* map_ = nullptr;
-  size_t mapBytes_ = 0;
-  uint8_t* begin_ = nullptr;
-  uint8_t* end_ = nullptr;
-};
-
-// Geometry of an image operand: width x height pixels of `pixelBytes` each,
-// rows `step` bytes apart (any sign, zero included).
+// width x height pixels of `pixelBytes` each, rows `step` bytes apart (any
+// sign, zero included).
 struct Geometry {
-  int width;
-  int height;
-  int pixelBytes;
-  int step;
+  int width, height, pixelBytes, step;
 };
 
 // An image operand in guarded memory. Row y of the region starts at
@@ -49,34 +28,29 @@ struct Geometry {
 class GuardedImage {
  public:
   GuardedImage(const Geometry& g, Against against = Against::End, int gap = 0);
+  ~GuardedImage();
+  GuardedImage(const GuardedImage&) = delete;
+  GuardedImage& operator=(const GuardedImage&) = delete;
 
   template <class T>
   T* origin() const { return reinterpret_cast<T*>(origin_); }
-  template <class T>
-  T* row(int y) const {
-    return reinterpret_cast<T*>(origin_ + static_cast<ptrdiff_t>(y) * g_.step);
-  }
-  const Geometry& geometry() const { return g_; }
   int step() const { return g_.step; }
 
-  // Sets every region pixel from raw little-endian bytes, row by row
-  // (width * pixelBytes bytes a row).
-  void load(const std::vector<uint8_t>& pixels);
-  // The region's pixels, row by row.
+  void load(const std::vector<uint8_t>& pixels);  // the region's pixels, row by row
   std::vector<uint8_t> store() const;
   // Empty when every byte outside the region still holds its pattern,
   // otherwise a description of the first bytes that changed.
   std::string paddingDamage() const;
-  // Makes the whole block read-only (or writable again).
-  void protect(bool readOnly);
+  void protect(bool readOnly);  // the whole block
 
  private:
+  uint8_t* row(int y) const { return origin_ + static_cast<ptrdiff_t>(y) * g_.step; }
   bool inRegion(size_t offset) const;
 
   Geometry g_;
-  GuardedBlock block_;
-  uint8_t* origin_;
-  std::vector<uint8_t> pattern_;
+  uint8_t *map_, *begin_, *origin_;  // the mapping, its first accessible byte, row 0
+  size_t mapBytes_;
+  std::vector<uint8_t> pattern_;    // the accessible bytes as they were set
 };
 
 }  // namespace lumtest

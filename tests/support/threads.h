@@ -1,5 +1,5 @@
-// Scopes for the library's two settings: the thread count and the selected
-// build. Each puts the old value back when it ends.
+// Scopes for the library's two settings, the thread count and the selected
+// build (the variant index): each puts the old value back when it ends.
 #ifndef LUM_TESTS_SUPPORT_THREADS_H
 #define LUM_TESTS_SUPPORT_THREADS_H
 
@@ -7,30 +7,18 @@
 
 namespace lumtest {
 
-class ThreadCountScope {
- public:
+struct ThreadCountScope {
   explicit ThreadCountScope(int n) {
-    lumGetNumThreads(&saved_);
+    lumGetNumThreads(&saved);
     lumSetNumThreads(n);
   }
-  ~ThreadCountScope() { lumSetNumThreads(saved_); }
-  ThreadCountScope(const ThreadCountScope&) = delete;
-  ThreadCountScope& operator=(const ThreadCountScope&) = delete;
-
- private:
-  int saved_ = 1;
+  ~ThreadCountScope() { lumSetNumThreads(saved); }
+  int saved = 1;
 };
 
-// Restores the selected build (the variant index) when a test is done with it.
-class IndexScope {
- public:
-  IndexScope() : saved_(lumJumpIndexForMergedLibs) {}
-  ~IndexScope() { lumJumpIndexForMergedLibs = saved_; }
-  IndexScope(const IndexScope&) = delete;
-  IndexScope& operator=(const IndexScope&) = delete;
-
- private:
-  int saved_;
+struct IndexScope {
+  ~IndexScope() { lumJumpIndexForMergedLibs = saved; }
+  int saved = lumJumpIndexForMergedLibs;
 };
 
 }  // namespace lumtest

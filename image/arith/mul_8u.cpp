@@ -11,6 +11,18 @@ LUM_BEGIN_BUILD
 
 namespace {
 
+#if LUM_BUILD >= 1
+// The products of the low and of the high half of the bytes, widened to
+// 16-bit lanes: at most 255 * 255, so they fit.
+struct Products {
+  Vec lo, hi;
+};
+inline Products products(Vec a, Vec b, Vec zero) {
+  return {vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero)),
+          vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero))};
+}
+#endif
+
 // ---- The five cases -----------------------------------------------------------
 // Block sizes and row minimums: a row must hold one block after the longest
 // alignment prologue for the vector path to pay off.
@@ -23,9 +35,8 @@ struct Mul8uPlainOp {
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255);
   Vec vector(Vec a, Vec b) const {
-    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
-    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
-    return vPackUS16(vMin255U16(lo, c255), vMin255U16(hi, c255));
+    const Products p = products(a, b, zero);
+    return vPackUS16(vMin255U16(p.lo, c255), vMin255U16(p.hi, c255));
   }
 #endif
 };
@@ -39,9 +50,8 @@ struct Mul8uHalfOp {
   Vec zero = vZero(), one = vSet16(1);
   Vec round(Vec p) const { return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1); }
   Vec vector(Vec a, Vec b) const {
-    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
-    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
-    return vPackUS16(round(lo), round(hi));
+    const Products p = products(a, b, zero);
+    return vPackUS16(round(p.lo), round(p.hi));
   }
 #endif
 };
@@ -71,9 +81,8 @@ struct Mul8uRightShiftOp {
     return vMulHiU16(vAdd16(h, t), shiftRest);
   }
   Vec vector(Vec a, Vec b) const {
-    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
-    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
-    return vPackUS16(round(lo), round(hi));
+    const Products p = products(a, b, zero);
+    return vPackUS16(round(p.lo), round(p.hi));
   }
 #endif
 };
@@ -89,9 +98,8 @@ struct Mul8uLeftShiftOp {
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255), shift = vCount(k);
   Vec vector(Vec a, Vec b) const {
-    const Vec lo = vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero));
-    const Vec hi = vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero));
-    return vPackUS16(vShl16(vMin255U16(lo, c255), shift), vShl16(vMin255U16(hi, c255), shift));
+    const Products p = products(a, b, zero);
+    return vPackUS16(vShl16(vMin255U16(p.lo, c255), shift), vShl16(vMin255U16(p.hi, c255), shift));
   }
 #endif
 };

@@ -65,6 +65,12 @@ Lum32u readReg(Lum32u leaf, int reg, Lum32u subLeaf = 0) {
   return r[reg];
 }
 
+// SMT as the queries report it: the flag, and more than one logical
+// processor in leaf-1 EBX bits 16..23.
+bool smtOfLeaf1(Lum32u ebx, Lum32u edx) {
+  return (edx & kEdxSmt) != 0 && ((ebx >> 16) & 0xFFu) > 1;
+}
+
 // Cores per die as leaf 4 reports them, 1 when the leaf is not there.
 int coresOnDie() {
   if (static_cast<Lum32s>(readReg(0, EAX)) < 4) return 1;
@@ -113,11 +119,10 @@ LUM_API int lum_is_ssse3_extension(void) { return (readReg(1, ECX) & kEcxSsse3) 
 LUM_API int lum_is_sse41_extension(void) { return (readReg(1, ECX) & kEcxSse41) != 0; }
 LUM_API int lum_is_sse42_extension(void) { return (readReg(1, ECX) & kEcxSse42) != 0; }
 
-// More than one logical processor per package (EBX bits 16..23).
 LUM_API int lum_is_smt_extension(void) {
   Lum32u r[4];
   ownGetReg(r, 1, 0);
-  return (r[EDX] & kEdxSmt) != 0 && ((r[EBX] >> 16) & 0xFFu) > 1;
+  return smtOfLeaf1(r[EBX], r[EDX]);
 }
 
 LUM_API int lum_get_cores_on_die(void) { return coresOnDie(); }
@@ -155,7 +160,7 @@ LUM_API void lum_get_kestrel_ident(LumCpuIdent* ident) {
   ident->mmx = (edx & kEdxMmx) != 0;
   ident->sse = (edx & kEdxSse) != 0;
   ident->sse2 = (edx & kEdxSse2) != 0;
-  ident->smt = (edx & kEdxSmt) != 0 && ((ebx >> 16) & 0xFFu) > 1;
+  ident->smt = smtOfLeaf1(ebx, edx);
   // `spare` is the caller's: never written.
   const Lum32u maxExt = readReg(0x80000000u, EAX);
   ident->x64 = maxExt >= 0x80000001u && (readReg(0x80000001u, EDX) & kExtEdxX64) != 0;

@@ -4,7 +4,7 @@
 // The kernels form exact 32-bit products with a multiply-add (one source
 // widened with zero, the other doubled, so the second product is 0), work in
 // 32-bit lanes and pack back with signed saturation.
-#include "image/arith/mul_int.h"
+#include "image/arith/mul_rows.h"
 
 LUM_BEGIN_BUILD
 

@@ -5,7 +5,7 @@
 // 65025 and fits, and every step after it is arranged to stay inside the
 // lane as an unsigned value before the final pack with unsigned saturation
 // (which reads its input as signed, so lanes above 32767 are avoided).
-#include "image/arith/mul_int.h"
+#include "image/arith/mul_rows.h"
 
 LUM_BEGIN_BUILD
 

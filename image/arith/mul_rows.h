@@ -1,13 +1,13 @@
-// What the 8u and 16s scaled multiplications share in one build: the row
-// driver of the vector kernels and the row loop of the image functions.
+// What the multiplications share in one build: the row driver of the vector
+// kernels and the row loop of the image functions.
 //
-// A case of the multiplication is an operation type Op with
+// A case of a multiplication is an operation type Op with
 //   kMinRow, kBlock      rows shorter than kMinRow are done pixel by pixel;
 //                        longer ones in blocks of kBlock pixels
 //   scalar(a, b)         one pixel, through the rule of scale_rule.h
-//   vector(va, vb)       one register of pixels (k1..k5)
-#ifndef LUM_IMAGE_ARITH_MUL_INT_H
-#define LUM_IMAGE_ARITH_MUL_INT_H
+//   vector(va, vb)       one register of pixels (k1..k5), of Lanes<T>
+#ifndef LUM_IMAGE_ARITH_MUL_ROWS_H
+#define LUM_IMAGE_ARITH_MUL_ROWS_H
 
 #include "image/arith/int_vec.h"
 #include "image/arith/scale_rule.h"
@@ -29,50 +29,76 @@ inline void mulScalarRow(const T* a, const T* b, T* d, int from, int to, const O
 
 #if LUM_BUILD >= 1
 
+// The registers a pixel type is computed in. Integer pixels use the
+// build's integer registers (MMX in k1, SSE2 from k2 on); float pixels use
+// the SSE registers in every vector build.
+template <class T>
+struct Lanes {
+  static constexpr int kBytes = kVecBytes;
+  static Vec load(const T* p) { return vLoad(p); }
+  static Vec loadAligned(const T* p) { return vLoadAligned(p); }
+  static void store(T* p, Vec v) { vStore(p, v); }
+  static void storeAligned(T* p, Vec v) { vStoreAligned(p, v); }
+  static void end() { vEnd(); }
+};
+
+template <>
+struct Lanes<Lum32f> {
+  static constexpr int kBytes = 16;
+  static __m128 load(const Lum32f* p) { return _mm_loadu_ps(p); }
+  static __m128 loadAligned(const Lum32f* p) { return _mm_load_ps(p); }
+  static void store(Lum32f* p, __m128 v) { _mm_storeu_ps(p, v); }
+  static void storeAligned(Lum32f* p, __m128 v) { _mm_store_ps(p, v); }
+  static void end() {}
+};
+
 // Whole blocks from pixel i on; returns the first pixel not done.
 template <bool kAlignedA, bool kAlignedB, bool kAlignedD, class T, class Op>
 inline int mulBlocks(const T* a, const T* b, T* d, int i, int len, const Op& shared) {
   // A private copy: byte stores through d may alias the caller's operation,
   // which would make the compiler reload its constants on every block.
   const Op op = shared;
-  constexpr int kLanes = kVecBytes / static_cast<int>(sizeof(T));
+  using L = Lanes<T>;
+  constexpr int kLanes = L::kBytes / static_cast<int>(sizeof(T));
   constexpr int kRegisters = Op::kBlock / kLanes;
   static_assert(kRegisters * kLanes == Op::kBlock, "a block is whole registers");
   for (; i + Op::kBlock <= len; i += Op::kBlock) {
     for (int r = 0; r < kRegisters; ++r) {
       const int at = i + r * kLanes;
-      const Vec va = kAlignedA ? vLoadAligned(a + at) : vLoad(a + at);
-      const Vec vb = kAlignedB ? vLoadAligned(b + at) : vLoad(b + at);
-      const Vec vd = op.vector(va, vb);
+      const auto va = kAlignedA ? L::loadAligned(a + at) : L::load(a + at);
+      const auto vb = kAlignedB ? L::loadAligned(b + at) : L::load(b + at);
+      const auto vd = op.vector(va, vb);
       if (kAlignedD)
-        vStoreAligned(d + at, vd);
+        L::storeAligned(d + at, vd);
       else
-        vStore(d + at, vd);
+        L::store(d + at, vd);
     }
   }
   return i;
 }
 
 // One row: short rows pixel by pixel; otherwise pixels until the destination
-// is register-aligned, whole blocks, then the remaining pixels. A 16s
+// is register-aligned, whole blocks, then the remaining pixels. A 16s or 32f
 // destination that is not even pixel-aligned can never be brought to a
 // register boundary and is stored unaligned throughout.
 template <class T, class Op>
 inline void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
+  using L = Lanes<T>;
   if (len < Op::kMinRow) {
     mulScalarRow(a, b, d, 0, len, op);
-    vEnd();  // the operation's constants may have touched the registers
+    L::end();  // the operation's constants may have touched the registers
     return;
   }
   int i = 0;
   if (sizeof(T) == 1 || isAligned(d, sizeof(T))) {
-    while (!isAligned(d + i, kVecBytes)) {
+    while (!isAligned(d + i, L::kBytes)) {
       mulPixel(a, b, d, i, op);
       ++i;
     }
-    if (kBuild >= 2) {
-      // Separate bodies for aligned and unaligned source loads.
-      const bool alignedA = isAligned(a + i, kVecBytes), alignedB = isAligned(b + i, kVecBytes);
+    if (L::kBytes == 16) {
+      // Separate bodies for aligned and unaligned source loads (the 8-byte
+      // MMX loads need no alignment).
+      const bool alignedA = isAligned(a + i, 16), alignedB = isAligned(b + i, 16);
       if (alignedA && alignedB)
         i = mulBlocks<true, true, true>(a, b, d, i, len, op);
       else if (alignedA)
@@ -88,7 +114,7 @@ inline void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
     i = mulBlocks<false, false, false>(a, b, d, i, len, op);
   }
   mulScalarRow(a, b, d, i, len, op);
-  vEnd();
+  L::end();
 }
 
 #endif  // LUM_BUILD >= 1

@@ -9,6 +9,12 @@ reps=${1:-5}
 filter=${2:-.}
 bash scripts/setup.sh
 cmake --preset release > /dev/null
+emulator=$(sed -n 's/^LUM_EMULATOR_IN_USE:INTERNAL=//p' build/release/CMakeCache.txt)
+if [ -n "$emulator" ]; then
+  echo "bench: i386 programs run under an emulator here ($emulator); its times say" >&2
+  echo "bench: nothing about speed. Run the benchmarks on a machine that runs them natively." >&2
+  exit 1
+fi
 cmake --build --preset release --target lum_bench > /dev/null
 out=build/release/bench-results.csv
 build/release/bench/lum_bench --benchmark_filter="$filter" --benchmark_repetitions="$reps" \

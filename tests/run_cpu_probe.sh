@@ -1,13 +1,14 @@
 #!/bin/sh
-# run_cpu_probe.sh CHECKER PROBE CPU [QEMU]
+# run_cpu_probe.sh RUN CHECKER PROBE CPU [QEMU]
 # Runs the probe on the emulated processor CPU (a qemu -cpu argument), or on
-# this machine when CPU is "native", and checks its report.
+# this machine when CPU is "native", and checks its report. RUN runs an i386
+# program of this build (natively, or under the emulator the build chose).
 set -eu
-checker=$1 probe=$2 cpu=$3 qemu=${4:-}
+run=$1 checker=$2 probe=$3 cpu=$4 qemu=${5:-}
 out=$(mktemp); trap 'rm -f "$out"' EXIT
 if [ "$cpu" = native ]; then
-  "$probe" > "$out"
+  "$run" "$probe" > "$out"
 else
   "$qemu" -cpu "$cpu" "$probe" > "$out"
 fi
-"$checker" "$cpu" < "$out"
+"$run" "$checker" "$cpu" < "$out"

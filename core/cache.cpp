@@ -2,6 +2,8 @@
 // CPUID leaf 2. Worked out on the first call and kept for the life of the
 // process; absolute difference of large float images asks for it to choose
 // streaming stores.
+#include <pthread.h>
+
 #include "cpu_internal.h"
 
 extern "C" {
@@ -31,8 +33,12 @@ const OwnCacheDescriptor ownCacheDescriptors[] = {
 
 namespace {
 
-// Status 1 means "not yet known"; the first call with a pointer fixes both.
-int g_cacheStatus = lumStsNoOperation;
+// The answer, worked out once: the first calls may come from several
+// threads at once, so it is computed under a lock and published through
+// `g_known`; later calls read it without the lock.
+pthread_mutex_t g_cacheLock = PTHREAD_MUTEX_INITIALIZER;
+int g_known = 0;
+LumStatus g_cacheStatus = lumStsNoOperation;
 int g_cacheSize = 0;
 
 constexpr Lum32u kRegisterInvalid = 1u << 31;
@@ -73,30 +79,37 @@ int ownGetCacheSize(const OwnCacheDescriptor* table) {
 }
 
 void ownResetCacheState(void) {
+  pthread_mutex_lock(&g_cacheLock);
+  __atomic_store_n(&g_known, 0, __ATOMIC_RELEASE);
   g_cacheStatus = lumStsNoOperation;
   g_cacheSize = 0;
+  pthread_mutex_unlock(&g_cacheLock);
 }
 
-LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte) {
-  if (pSizeByte == nullptr) return lumStsNullPtrErr;
-  if (g_cacheStatus != lumStsNoOperation) {
-    *pSizeByte = g_cacheSize;
-    return g_cacheStatus;
-  }
-  // Two threads making the first call together compute the same answer and
-  // store the same words.
+namespace {
+
+void workOutCacheSize() {
   if (!lum_has_cpuid() || lum_max_cpuid_input() < 2 || !lum_is_GenuineTorva()) {
     g_cacheSize = 0;
     g_cacheStatus = lumStsCpuNotSupported;
-  } else {
-    const int size = ownGetCacheSize(ownCacheDescriptors);
-    if (size < 0) {
-      g_cacheSize = 0;
-      g_cacheStatus = lumStsCacheSizeUnknown;
-    } else {
-      g_cacheSize = size;
-      g_cacheStatus = lumStsNoErr;
+    return;
+  }
+  const int size = ownGetCacheSize(ownCacheDescriptors);
+  g_cacheSize = size < 0 ? 0 : size;
+  g_cacheStatus = size < 0 ? lumStsCacheSizeUnknown : lumStsNoErr;
+}
+
+}  // namespace
+
+LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte) {
+  if (pSizeByte == nullptr) return lumStsNullPtrErr;
+  if (!__atomic_load_n(&g_known, __ATOMIC_ACQUIRE)) {
+    pthread_mutex_lock(&g_cacheLock);
+    if (!g_known) {
+      workOutCacheSize();
+      __atomic_store_n(&g_known, 1, __ATOMIC_RELEASE);
     }
+    pthread_mutex_unlock(&g_cacheLock);
   }
   *pSizeByte = g_cacheSize;
   return g_cacheStatus;

@@ -11,8 +11,14 @@
 
 extern "C" {
 
-// The thread count every parallel region asks for.
+// The thread count, as set by the caller or an initializer.
 LUM_HIDDEN int ownGetNumThreads(void);
+
+// The team a parallel region over `pieces` independent pieces (rows, bands,
+// parts of a row) asks for: the thread count, but never more threads than
+// pieces, nor more than four per processor or 64 in all; 1 in the child of
+// a fork(). 1 means: run on the calling thread.
+LUM_HIDDEN int ownGetTeamSize(int pieces);
 
 // Build index for a processor code, or -1 when no build is listed for it.
 LUM_HIDDEN int ownBuildIndexForCpu(Lum32u cpu);

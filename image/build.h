@@ -16,6 +16,7 @@
 #error "per-build sources are compiled by lum_add_build with LUM_BUILD and LUM_TAG"
 #endif
 
+#include <omp.h>
 #include <stdint.h>
 
 #include "core/lum_internal.h"
@@ -69,28 +70,8 @@ inline bool isAligned(const void* p, uintptr_t alignment) {
   return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
 }
 
-// Runs body(y) for y = 0..height-1 in a parallel region that asks for the
-// library's thread count, rows shared out statically. When the runtime
-// declines to fork, the same loop runs on the calling thread. A team of one
-// is the calling thread alone, so with a thread count of 1 the loop runs
-// directly: same rows, same order, without the runtime's team set-up, which
-// costs a system call per region on 32-bit x86.
-template <class Body>
-inline void parallelRows(int height, const Body& body) {
-  const int threads = ownGetNumThreads();
-  if (threads == 1) {
-    for (int y = 0; y < height; ++y) body(y);
-    return;
-  }
-#pragma omp parallel for schedule(static) num_threads(threads)
-  for (int y = 0; y < height; ++y) body(y);
-}
-
-template <class Body>
-inline void serialRows(int height, const Body& body) {
-  for (int y = 0; y < height; ++y) body(y);
-}
-
 LUM_END_BUILD
+
+#include "image/parallel.h"
 
 #endif

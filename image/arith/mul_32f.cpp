@@ -9,12 +9,27 @@ namespace {
 
 // Rows shorter than 11 pixels are cheaper pixel by pixel than through the
 // alignment prologue; longer ones go 8 pixels (two registers) a block.
+//
+// In k1..k5 every pixel is computed by the SSE multiply with a as its
+// destination operand: single pixels of the prologue and tail as well as the
+// blocks, so that a row gives the same bits at every position. That includes
+// flush-to-zero and denormals-are-zero, which k1's x87 would ignore, and
+// NaN payloads: where both pixels are NaN the result is a's, quieted. The
+// multiply is written out because the compiler may swap the operands of a
+// product it considers commutative.
 struct Mul32fOp {
   static constexpr int kMinRow = 11;
   static constexpr int kBlock = 8;
+#if LUM_BUILD == 0
   Lum32f scalar(Lum32f a, Lum32f b) const { return a * b; }
-#if LUM_BUILD >= 1
-  __m128 vector(__m128 a, __m128 b) const { return _mm_mul_ps(a, b); }
+#else
+  __m128 vector(__m128 a, __m128 b) const {
+    __asm__("mulps %1, %0" : "+x"(a) : "x"(b));
+    return a;
+  }
+  Lum32f scalar(Lum32f a, Lum32f b) const {
+    return _mm_cvtss_f32(vector(_mm_set_ss(a), _mm_set_ss(b)));
+  }
 #endif
 };
 

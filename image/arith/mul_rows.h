@@ -121,7 +121,8 @@ inline void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
 
 // The image loop of one case. The generic build has no row kernels and runs
 // the case as a plain loop over the operation made by makeOp(); the others
-// call `kernel` once per row, in a parallel region when `parallel` says so.
+// call `kernel` once per row, in a parallel region when `parallel` says so
+// and the destination rows do not overlap.
 // Both are generic lambdas, so that the generic build never names a kernel
 // it does not have, and the vector builds never build an operation's
 // register constants outside a kernel (which clears the MMX state in k1).
@@ -143,10 +144,8 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
     const auto body = [&](int y) {
       kernel(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y), width);
     };
-    if (parallel)
-      parallelRows(roiSize.height, body);
-    else
-      serialRows(roiSize.height, body);
+    parallelRows(roiSize.height,
+                 parallel && rowsApart(dstStep, width, static_cast<int>(sizeof(T))), body);
   }
 }
 

@@ -1,0 +1,149 @@
+// Parallel regions of one build: how many threads a region asks for, and the
+// caller's floating-point environment in its worker threads.
+//
+// Worker threads belong to the OpenMP runtime and keep whatever settings they
+// last had. For the time it works on the caller's pixels each worker takes
+// the caller's x87 control word and (k1..k5) MXCSR control bits, so that
+// rounding, precision, flush-to-zero and denormals-are-zero apply to every
+// row exactly as on the calling thread; the exception flags it raises are
+// handed back to the caller, and its own settings are restored. Results are
+// then the same for any thread count under any environment the caller sets.
+//
+// Included through image/build.h.
+#ifndef LUM_IMAGE_PARALLEL_H
+#define LUM_IMAGE_PARALLEL_H
+
+LUM_BEGIN_BUILD
+
+// x87 exception flags (status word) and masks (control word) share bits 0..5,
+// as do the MXCSR exception flags; the MXCSR masks are bits 7..12.
+constexpr unsigned kFpFlags = 0x3F;
+
+// The x87 environment as fnstenv stores it in 32-bit protected mode.
+struct X87Env {
+  uint16_t control, unused0, status, unused1;
+  uint32_t rest[5];
+};
+
+struct FpControl {
+  uint16_t x87;
+  uint32_t mxcsr;
+};
+
+inline FpControl readFpControl() {
+  FpControl c{0, 0};
+  __asm__ volatile("fnstcw %0" : "=m"(c.x87));
+#if LUM_BUILD >= 1
+  __asm__ volatile("stmxcsr %0" : "=m"(c.mxcsr));
+#endif
+  return c;
+}
+
+// A thread of a parallel region under the caller's floating-point control,
+// from construction until finish(), which restores the thread's own
+// environment and returns the exception flags raised meanwhile: x87 in bits
+// 0..5, MXCSR in bits 8..13. The calling thread itself (not `worker`) is
+// left alone and reports nothing.
+class CallerFpScope {
+ public:
+  CallerFpScope(const FpControl& caller, bool worker) : worker_(worker) {
+    if (!worker) return;
+    // fnstenv masks every x87 exception after storing; the caller's control
+    // word then sets the masks the caller has.
+    __asm__ volatile("fnstenv %0" : "=m"(ownX87_));
+    __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(caller.x87));
+#if LUM_BUILD >= 1
+    __asm__ volatile("stmxcsr %0" : "=m"(ownMxcsr_));
+    const uint32_t callerControl = caller.mxcsr & ~kFpFlags;
+    __asm__ volatile("ldmxcsr %0" : : "m"(callerControl));
+#endif
+  }
+  unsigned finish() {
+    if (!worker_) return 0;
+    uint16_t status;
+    __asm__ volatile("fnstsw %0" : "=m"(status));
+    unsigned raised = status & kFpFlags;
+    __asm__ volatile("fldenv %0" : : "m"(ownX87_));
+#if LUM_BUILD >= 1
+    uint32_t mxcsr;
+    __asm__ volatile("stmxcsr %0" : "=m"(mxcsr));
+    raised |= (mxcsr & kFpFlags) << 8;
+    __asm__ volatile("ldmxcsr %0" : : "m"(ownMxcsr_));
+#endif
+    return raised;
+  }
+
+ private:
+  bool worker_;
+  X87Env ownX87_;
+  uint32_t ownMxcsr_ = 0;
+};
+
+// Raises in the calling thread the flags its workers raised (as finish()
+// returns them). Only x87 flags whose exception the caller masks are set: an
+// unmasked one would already have trapped in the worker, and setting it here
+// would trap at the caller's next x87 instruction instead.
+inline void raiseFpFlags(unsigned raised) {
+  const unsigned x87 = raised & kFpFlags;
+  if (x87 != 0) {
+    X87Env env;
+    __asm__ volatile("fnstenv %0" : "=m"(env));
+    env.status = static_cast<uint16_t>(env.status | (x87 & env.control));
+    __asm__ volatile("fldenv %0" : : "m"(env));
+  }
+#if LUM_BUILD >= 1
+  const unsigned sse = (raised >> 8) & kFpFlags;
+  if (sse != 0) {
+    uint32_t mxcsr;
+    __asm__ volatile("stmxcsr %0" : "=m"(mxcsr));
+    mxcsr |= sse;
+    __asm__ volatile("ldmxcsr %0" : : "m"(mxcsr));
+  }
+#endif
+}
+
+// Whether the rows of a destination are disjoint, so that threads may write
+// them at once: the step's magnitude is at least the row's bytes. Rows that
+// overlap (a zero step, or one shorter than a row) are written in row order
+// by one thread, so the later row wins as it does serially.
+inline bool rowsApart(int step, int width, int pixelBytes) {
+  const long long magnitude = step < 0 ? -static_cast<long long>(step) : step;
+  return magnitude >= static_cast<long long>(width) * pixelBytes;
+}
+
+// Runs body(i) for i = 0..pieces-1. When `apart` says the pieces write
+// disjoint memory, in a parallel region of the team ownGetTeamSize allows,
+// thread t taking the t-th of as many equal runs of pieces (the first
+// pieces % team runs one longer). Otherwise, or with a team of one, directly
+// on the calling thread, in order, without the runtime's team set-up (a
+// system call per region on 32-bit x86). When the runtime declines to fork,
+// the calling thread runs every run in turn.
+template <class Body>
+inline void parallelRows(int pieces, bool apart, const Body& body) {
+  const int team = apart ? ownGetTeamSize(pieces) : 1;
+  if (team == 1) {
+    for (int i = 0; i < pieces; ++i) body(i);
+    return;
+  }
+  const FpControl caller = readFpControl();
+  unsigned raised = 0;
+#pragma omp parallel num_threads(team)
+  {
+    const int n = omp_get_num_threads(), t = omp_get_thread_num();
+    const int q = pieces / n, r = pieces % n;
+    const int from = t * q + (t < r ? t : r), to = from + q + (t < r ? 1 : 0);
+    CallerFpScope scope(caller, t != 0);
+    for (int i = from; i < to; ++i) body(i);
+    __atomic_fetch_or(&raised, scope.finish(), __ATOMIC_RELAXED);
+  }
+  raiseFpFlags(raised);
+}
+
+template <class Body>
+inline void serialRows(int height, const Body& body) {
+  for (int y = 0; y < height; ++y) body(y);
+}
+
+LUM_END_BUILD
+
+#endif

@@ -47,6 +47,17 @@ int main() {
   printf("init_status %d\nindex %d\ntarget %.4s\nname %s\nthreads %d\nprocs %d\n", init,
          lumJumpIndexForMergedLibs, lumiGetLibVersion()->targetCpu, lumiGetLibVersion()->name, threads,
          omp_get_num_procs());
+  // An image call in the selected build: a build the processor cannot run
+  // ends here with an illegal instruction.
+  Lum8u a[64], b[64], d[64];
+  for (int i = 0; i < 64; ++i) a[i] = static_cast<Lum8u>(i), b[i] = static_cast<Lum8u>(3 * i + 1);
+  const LumStatus mul = lumiMul_8u_C1RSfs(a, 64, b, 64, d, 64, {64, 1}, 4);
+  int wrong = 0;
+  for (int i = 0; i < 64; ++i) {
+    const int p = i * (3 * i + 1), q = p >> 4, r = p & 15;  // rounded half to even, saturated
+    wrong += d[i] != (q + (r > 8 || (r == 8 && (q & 1))) > 255 ? 255 : q + (r > 8 || (r == 8 && (q & 1))));
+  }
+  printf("mul %d %d\n", mul, wrong);
   for (const char* key : {"cache", "cache_again"}) {
     int size = -1;
     const LumStatus st = lumGetMaxCacheSizeB(&size);

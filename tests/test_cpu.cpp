@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <sstream>
@@ -94,6 +95,16 @@ std::vector<Row> codeRows() {
     rows.push_back({torva(6, m, kToSse42), 69});
   }
   return rows;
+}
+
+// The highest build whose instruction set the leaf-1 bits show, each level on
+// top of the lower ones: MMX and SSE, SSE2, SSE3, SSSE3, SSE4.1.
+int featureLevel(const CpuDesc& d) {
+  const bool has[5] = {(d.edx1 & kMmx) && (d.edx1 & kSse), (d.edx1 & kSse2) != 0, (d.ecx1 & kSse3) != 0,
+                       (d.ecx1 & kSsse3) != 0, (d.ecx1 & kSse41) != 0};
+  int level = 0;
+  while (level < 5 && has[level]) ++level;
+  return level;
 }
 
 std::string describe(const CpuDesc& d) {
@@ -272,12 +283,34 @@ TEST(StaticInit, SelectsTheBuildOfTheClassification) {
       ASSERT_EQ(lumSetNumThreads(procs + 5), lumStsNoErr);
       EXPECT_EQ(lumStaticInit(), d.vendor == "GenuineTorva" ? lumStsNoErr : lumStsNotGenuineCpu)
           << describe(d);
-      const int index = lumref::autoIndex(code);
+      const int index = std::min(lumref::autoIndex(code), featureLevel(d));
       EXPECT_EQ(lumJumpIndexForMergedLibs, index) << describe(d) << " code " << code;
       int threads = 0;
       ASSERT_EQ(lumGetNumThreads(&threads), lumStsNoErr);
       EXPECT_EQ(threads, procs);
       EXPECT_EQ(lumiGetLibVersion()->targetCpu, "k" + std::to_string(index)) << describe(d);
+    }
+}
+
+// Whatever the processor is called, the automatic choice stays within the
+// instruction sets its feature bits show.
+TEST(StaticInit, NeverSelectsABuildBeyondTheFeatureBits) {
+  lumtest::IndexScope restoreIndex;
+  lumtest::ThreadCountScope restoreThreads(1);
+  const Lum32u edxBits[] = {kMmx, kSse, kSse2}, ecxBits[] = {kSse3, kSsse3, kSse41, kSse42};
+  for (CpuDesc d : {torva(6, 23), torva(6, 26), torva(6, 7), torva(6, 15).cores(4), torva(15, 3), torva(7, 1),
+                    torva(5, 4), other(6, 23)})
+    for (Lum32u set = 0; set < 128; ++set) {
+      d.edx1 &= ~(kMmx | kSse | kSse2);
+      d.ecx1 = 0;
+      for (int i = 0; i < 3; ++i) d.edx1 |= set >> i & 1 ? edxBits[i] : 0;
+      for (int i = 0; i < 4; ++i) d.ecx1 |= set >> (3 + i) & 1 ? ecxBits[i] : 0;
+      for (Lum32u edx30 : {0u, kEdx30}) {
+        d.edx1 = (d.edx1 & ~kEdx30) | edx30;
+        FakeCpu cpu(d);
+        lumStaticInit();
+        EXPECT_LE(lumJumpIndexForMergedLibs, featureLevel(d)) << describe(d) << " code " << lumGetCpuType();
+      }
     }
 }
 

@@ -57,7 +57,7 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
     ownResetCacheState();
     FakeCpu cpu(lumtest::cpuLeaves());
     cpu.leaves[2] = {0x00430001, 0x7D, 0, 0};
-    cpu.hasCpuid = hasCpuid;  // without CPUID, the fake fails the test if it runs
+    cpu.hasCpuid = hasCpuid;
     EXPECT_EQ(lumGetMaxCacheSizeB(nullptr), lumStsNullPtrErr);  // leaves the answer undetermined
     cpu.leaves[2].ebx = 0x49;
     for (int call = 0; call < 2; ++call) {
@@ -66,6 +66,7 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
       EXPECT_EQ(size, hasCpuid ? 4 << 20 : 0) << call;
       cpu.leaves[2].ebx = 0x4C;  // a larger cache now: the answer is not worked out again
     }
+    EXPECT_EQ(cpu.blindReads, 0);
   }
   ownResetCacheState();
 }

@@ -1,7 +1,7 @@
 // A made-up processor for the identification and cache tests, installed
 // through the library's test hooks while a FakeCpu lives: CPUID answers from
 // `leaves` (sub-leaf 0; anything else reads as zeros), the CPUID check finds
-// `hasCpuid`, and CPUID executed without it fails the test.
+// `hasCpuid`, and `blindReads` counts CPUID executed while it is false.
 #ifndef LUM_TESTS_SUPPORT_FAKE_CPU_H
 #define LUM_TESTS_SUPPORT_FAKE_CPU_H
 
@@ -23,6 +23,7 @@ struct FakeCpu {
   ~FakeCpu();
   CpuLeaves leaves;
   bool hasCpuid = true;
+  int blindReads = 0;
 };
 
 }  // namespace lumtest

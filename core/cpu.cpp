@@ -97,7 +97,7 @@ int featureBuildLimit() {
 int autoBuildIndex(Lum32u cpu) {
   const int index = ownBuildIndexForCpu(cpu);
   if (index <= 0) return 0;
-  // A code above 0 means CPUID is there: without it the code is 0.
+  // A build above 0 comes from a code other than 0, so CPUID is there.
   const int limit = featureBuildLimit();
   return index < limit ? index : limit;
 }

@@ -77,11 +77,29 @@ int coresOnDie() {
   return static_cast<int>(readReg(4, EAX, 0) >> 26) + 1;
 }
 
+// The highest build whose instruction set leaf 1 shows, each level on top of
+// the lower ones: MMX and SSE for k1, then SSE2, SSE3, SSSE3 and SSE4.1.
+int featureBuildLimit() {
+  Lum32u r[4];
+  ownGetReg(r, 1, 0);
+  const bool levels[] = {(r[EDX] & kEdxMmx) != 0 && (r[EDX] & kEdxSse) != 0, (r[EDX] & kEdxSse2) != 0,
+                         (r[ECX] & kEcxSse3) != 0, (r[ECX] & kEcxSsse3) != 0, (r[ECX] & kEcxSse41) != 0};
+  int limit = 0;
+  while (limit < 5 && levels[limit]) ++limit;
+  return limit;
+}
+
 // The build a processor code selects when the library classifies the
-// processor itself: codes without a build fall back to the generic one.
+// processor itself: codes without a build fall back to the generic one, and
+// the choice never goes beyond what the feature bits show. The codes of the
+// vendor path name a build by family and model alone (family 6 model 23
+// names the SSE4.1 build with or without SSE4.1), so they are clamped here.
 int autoBuildIndex(Lum32u cpu) {
   const int index = ownBuildIndexForCpu(cpu);
-  return index < 0 ? 0 : index;
+  if (index <= 0) return 0;
+  // A build above 0 comes from a code other than 0, so CPUID is there.
+  const int limit = featureBuildLimit();
+  return index < limit ? index : limit;
 }
 
 }  // namespace

@@ -158,7 +158,8 @@ typedef struct {
 } LumCpuIdent;
 
 /* Classifies the running processor and selects its build (the generic one
-   for a code without a build), and sets the thread count to the number of
+   for a code without a build, and never one beyond the instruction sets the
+   processor's feature flags show), and sets the thread count to the number of
    processors. Returns lumStsNoErr on a "GenuineTorva" processor, otherwise
    lumStsNotGenuineCpu; the selection is made in both cases. */
 LUM_API LumStatus lumStaticInit(void);

@@ -1,307 +1,192 @@
-// Processor identification on made-up processors (register tables per leaf)
-// and the raw register access on the processor the tests run on. The
-// queries and the classification of the real processor are compared with an
-// independent reading by the cpu_probe tests.
+// Processor identification and the cache query on made-up processors, and on
+// the processor the tests run on (emulated ones too, see CMakeLists.txt).
 #include <cpuid.h>
 #include <gtest/gtest.h>
 #include <omp.h>
 
-#include <cstddef>
-#include <cstring>
-#include <sstream>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "core/cpu_internal.h"
-#include "lum.h"
 #include "support/cpu_reference.h"
 #include "support/fake_cpu.h"
 #include "support/threads.h"
 
 namespace {
 
-using lumtest::CpuDesc;
-using lumtest::FakeCpu;
-using namespace lumtest::bits;
+using namespace lumtest;
 
-constexpr Lum32u kEdxSse = kMmx | kSse, kEdxSse2 = kEdxSse | kSse2;
-constexpr Lum32u kToSse41 = kSse3 | kSsse3 | kSse41, kToSse42 = kToSse41 | kSse42;
+// Leaf-1 EDX and ECX feature bits; by default SSE2 and the time-stamp counter.
+constexpr Lum32u kMmx = 1u << 23, kSse = 1u << 25, kSse2 = 1u << 26, kSmt = 1u << 28, kEdx30 = 1u << 30, kSse3 = 1,
+                 kSsse3 = 1u << 9, kSse41 = 1u << 19, kSse42 = 1u << 20, kEdxSse = kMmx | kSse,
+                 kEdxSse2 = kEdxSse | kSse2, k3 = kSse3 | kSsse3, k41 = k3 | kSse41, k42 = k41 | kSse42,
+                 kDefault = kEdxSse2 | 1u << 4;
 
-// Models above 15 go into the extended model field. Stepping and type bits
-// vary and must not matter.
-CpuDesc torva(Lum32u family, Lum32u model, Lum32u ecx = 0, Lum32u edx = kEdxSse2,
-              const char* vendor = "GenuineTorva") {
-  CpuDesc d;
-  d.vendor = vendor;
-  d.family = family;
-  d.model = model & 15;
-  d.extModel = model >> 4;
-  d.stepping = (model * 7 + 3) & 15;
-  d.typeBits = family & 3;
-  d.ecx1 = ecx;
-  d.edx1 = edx;
-  return d;
+// Family and model (above 15 the extended model field holds the rest);
+// stepping, type bits and leaf 2 (one round or three) vary and must not matter.
+CpuLeaves T(Lum32u family, Lum32u model, Lum32u ecx = 0, Lum32u edx = kDefault, const char* vendor = "GenuineTorva") {
+  CpuLeaves l = cpuLeaves(vendor);
+  const Lum32u m = model & 15, extModel = model >> 4, stepping = (model * 7 + 3) & 15;
+  l[1] = {stepping | m << 4 | family << 8 | (family & 3) << 12 | extModel << 16, 0, ecx, edx};
+  return l[2] = {0x00443301u | (model & 1) << 1, 0x7D, 0, 0x0C0D0E0Fu * family}, l;
 }
-CpuDesc other(Lum32u family, Lum32u model, Lum32u ecx = 0, Lum32u edx = kEdxSse2) {
-  return torva(family, model, ecx, edx, "OtherVendorX");
+CpuLeaves O(Lum32u f, Lum32u m, Lum32u ecx = 0, Lum32u edx = kDefault) { return T(f, m, ecx, edx, "OtherVendorX"); }
+// n cores in leaf 4 (cache fields below bit 26 set, and not counted); `top`, the highest basic leaf.
+CpuLeaves cores(CpuLeaves l, Lum32u n, Lum32u top = 4) {
+  return l[4].eax = (n - 1) << 26 | 0x3FFFFFF, l[0].eax = top, l;
 }
-CpuDesc with(CpuDesc d, Lum32u extEdx, Lum32u extFamily = 0) {
-  d.extEdx = extEdx;
-  d.extFamily = extFamily;
-  return d;
+// The logical processor count in EBX bits 16..23, with the SMT flag.
+CpuLeaves smt(CpuLeaves l, Lum32u ebx = 2u << 16, Lum32u flag = kSmt) { return l[1].ebx = ebx, l[1].edx |= flag, l; }
+// The highest extended leaf and leaf 0x80000001 EDX (x64 is bit 29).
+CpuLeaves x64(CpuLeaves l, Lum32u top = 0x80000001u, Lum32u e = 1u << 29) {
+  return l[0x80000000u].eax = top, l[0x80000001u].edx = e, l;
+}
+CpuLeaves extFamily(CpuLeaves l, Lum32u f) { return l[1].eax |= f << 20, l; }
+lumref::Leaves current() { return lumref::readLeaves([](uint32_t r[4], uint32_t n) { ownGetReg(r, n, 0); }); }
+
+// A processor, its code and the build that code names (the selected build is
+// the lower of that and the feature level).
+struct Row { CpuLeaves cpu; Lum32u code; int build; };
+
+std::vector<Row> rows() {
+  std::vector<Row> r = {
+      // By vendor, family and model; the core count from leaf 4 only when leaf
+      // 0, compared as signed, reaches it; SMT is the flag and two or more
+      // logical processors.
+      {T(5, 1, 0, 0), 1, 0}, {T(5, 2, 0, kMmx), 1, 0}, {T(5, 4, 0, kMmx), 2, 0}, {T(6, 1, 0, 0), 3, 0},
+      {T(6, 3, 0, kMmx), 4, 0}, {T(6, 5, 0, kMmx), 4, 0}, {T(6, 6, 0, kMmx), 4, 0}, {T(6, 7, 0, kEdxSse), 5, 1},
+      {T(6, 8, 0, kEdxSse), 5, 1}, {T(6, 10, 0, kEdxSse), 5, 1}, {T(6, 11, 0, kEdxSse), 5, 1}, {T(6, 9), 9, 2},
+      {T(6, 13), 9, 2}, {T(6, 23, k41), 68, 5}, {T(6, 26, k42), 35, 5}, {T(6, 28, k3), 36, 4}, {T(15, 2), 6, 2},
+      {T(15, 3, kSse3), 8, 3}, {x64(T(15, 4, kSse3)), 32, 3}, {T(6, 14, kSse3), 10, 3},
+      {cores(T(6, 14, kSse3), 2), 11, 3}, {cores(T(6, 14, kSse3), 2, 3), 10, 3}, {cores(T(6, 14, kSse3), 2, 1), 10, 3},
+      {cores(T(6, 15, k3), 2), 33, 4}, {cores(T(6, 15, k3), 3), 34, 4}, {cores(T(6, 15, k3), 64), 34, 4},
+      {cores(T(6, 15, k3), 4, 0x80000004u), 33, 4}, {smt(T(15, 2)), 7, 2}, {smt(T(15, 2), 255u << 16), 7, 2},
+      {smt(T(15, 2), 128u << 16 | 0xFFFF), 7, 2}, {smt(T(15, 2), 1u << 16), 6, 2}, {smt(T(15, 2), 0), 6, 2},
+      {smt(T(15, 2), 2u << 16, 0), 6, 2}, {smt(T(15, 2), 0xFF00FFFFu), 6, 2}, {smt(T(15, 2), 0x0001FFFFu), 6, 2},
+      // Codes by family and model whose build the feature bits do not show.
+      {T(6, 23, k3), 68, 5}, {T(6, 23, 0, 0), 68, 5}, {T(6, 23, kSsse3 | kSse41), 68, 5}, {T(6, 28, kSsse3), 36, 4},
+      {T(6, 26, k3 | kSse42), 35, 5}, {T(6, 7, 0, kSse), 5, 1}, {T(6, 7, 0, kMmx), 5, 1}, {T(6, 14), 10, 3},
+      {T(6, 9, 0, kEdxSse), 9, 2}, {T(15, 2, 0, kEdxSse), 6, 2},
+      // EDX bit 30 comes before any family.
+      {T(7, 1, 0, kEdxSse | kEdx30), 16, 1}, {T(7, 1, 0, kEdx30), 16, 1}, {T(6, 26, k41, kEdxSse2 | kEdx30), 17, 1},
+      {T(15, 2, kSse3, kEdxSse2 | kEdx30), 17, 1}, {T(5, 4, 0, kEdx30), 17, 1},
+      // By the highest feature level: on top of the lower ones, alone, and with
+      // every other bit of its register.
+      {O(6, 7, 0, kEdxSse), 64, 1}, {O(6, 9), 65, 2}, {O(6, 14, kSse3), 66, 3}, {O(6, 15, k3), 67, 4},
+      {smt(O(6, 7, k41)), 68, 5}, {O(6, 10, k42), 69, 5}, {O(6, 10, kSse42, 0), 69, 5}, {O(6, 10, kSse41, 0), 68, 5},
+      {O(6, 10, kSsse3, 0), 67, 4}, {O(6, 10, kSse3, 0), 66, 3}, {O(6, 10, 0, kSse2), 65, 2}, {O(6, 10, 0, kMmx), 0, 0},
+      {O(5, 4, 0, kMmx), 0, 0}, {x64(O(15, 4, kSse3)), 66, 3}, {O(7, 1, 0, kEdxSse | kEdx30), 64, 1},
+      {O(6, 10, ~kSse42), 68, 5}, {O(6, 10, ~kSse41), 69, 5}, {O(6, 10, ~kSse3), 69, 5}, {O(6, 10, 0, ~kSse2), 64, 1},
+      {O(6, 10, 0, ~kMmx), 65, 2}, {O(6, 10, 0, ~kSse), 65, 2},
+      // x64 without SSE: leaf 0x80000001 is asked whenever the highest
+      // extended leaf has anything but its top bit.
+      {x64(O(6, 10, 0, kMmx)), 96, 0}, {x64(T(4, 1, 0, 0)), 96, 0}, {x64(O(6, 10, 0, kMmx), 0x80000008u), 96, 0},
+      {x64(O(6, 10, 0, kMmx), 0x12), 96, 0}, {x64(O(6, 10, 0, kMmx), 0x80000000u), 0, 0},
+      {x64(O(6, 10, 0, kMmx), 0), 0, 0}, {x64(O(6, 10, 0, kMmx), 0x80000001u, ~(1u << 29)), 0, 0},
+      // Family 15 with an extended family is not family 15; the extended model
+      // counts for families 6 and 15 only, the extended family for 15 only.
+      {extFamily(T(15, 3, kSse3), 1), 66, 3}, {extFamily(smt(T(15, 2)), 1), 65, 2}, {T(5, 20, 0, kMmx), 2, 0},
+      {extFamily(T(15, 2, 0, 0), 1), 0, 0}, {extFamily(T(6, 26, k41), 0xA7), 35, 5},
+      // Other families and models, and other vendor strings, go by features.
+      {T(4, 2), 65, 2}, {T(7, 1, kSse3), 66, 3}, {T(5, 3, 0, kEdxSse), 64, 1}, {T(5, 5, 0, 0), 0, 0}};
+  for (const char* v : {"GenvineTorva", "GenuinzTorva", "GenuineTorvb", "genuineTorva", "GenuineTorv\x80"})
+    r.push_back({T(6, 26, k3, kEdxSse2, v), 67, 4});
+  for (Lum32u m : {0u, 2u, 4u, 12u, 16u, 17u, 18u, 19u, 20u, 21u, 22u, 24u, 25u, 27u, 29u, 30u, 44u, 255u})
+    r.push_back({T(6, m), 65, 2}), r.push_back({T(6, m, k42), 69, 5});
+  return r;
 }
 
-struct Row {
-  CpuDesc desc;
-  Lum32u code;
-};
-
-std::vector<Row> codeRows() {
-  const Lum32u k3 = kSse3 | kSsse3;
-  std::vector<Row> rows = {
-      {torva(5, 1, 0, 0), 1}, {torva(5, 2, 0, kMmx), 1}, {torva(5, 4, 0, kMmx), 2},
-      {torva(6, 1, 0, 0), 3}, {torva(6, 3, 0, kMmx), 4}, {torva(6, 5, 0, kMmx), 4},
-      {torva(6, 6, 0, kMmx), 4}, {torva(6, 7, 0, kEdxSse), 5}, {torva(6, 8, 0, kEdxSse), 5},
-      {torva(6, 10, 0, kEdxSse), 5}, {torva(6, 11, 0, kEdxSse), 5}, {torva(6, 9), 9},
-      {torva(6, 13), 9}, {torva(6, 14, kSse3).cores(1), 10}, {torva(6, 14, kSse3).cores(2), 11},
-      {torva(6, 15, k3).cores(1), 33}, {torva(6, 15, k3).cores(2), 33}, {torva(6, 15, k3).cores(3), 34},
-      {torva(6, 23, k3), 68}, {torva(6, 23, 0, 0), 68}, {torva(6, 26, kToSse41), 35},
-      {torva(6, 26, kToSse42), 35}, {torva(6, 28, k3), 36}, {torva(15, 2), 6},
-      {torva(15, 2).logical(2), 7}, {torva(15, 3, kSse3), 8}, {with(torva(15, 4, kSse3), kX64), 32},
-      // EDX bit 30 before any family.
-      {torva(7, 1, 0, kEdxSse | kEdx30), 16}, {torva(6, 26, kToSse41, kEdxSse2 | kEdx30), 17},
-      {torva(15, 2, kSse3, kEdxSse2 | kEdx30), 17}, {torva(5, 4, 0, kEdx30), 17},
-      // The feature path: each level on top of the lower ones, and alone.
-      {other(6, 7, 0, kEdxSse), 64}, {other(6, 9), 65}, {other(6, 14, kSse3), 66},
-      {other(6, 15, k3), 67}, {other(6, 7, kToSse41).logical(2), 68}, {other(6, 10, kToSse42), 69},
-      {other(6, 10, kSse42, 0), 69}, {other(6, 10, kSse41, 0), 68}, {other(6, 10, kSsse3, 0), 67},
-      {other(6, 10, kSse3, 0), 66}, {other(6, 10, 0, kSse2), 65}, {other(6, 10, 0, kMmx), 0},
-      {other(5, 4, 0, kMmx), 0}, {with(other(15, 4, kSse3), kX64), 66},
-      {other(7, 1, 0, kEdxSse | kEdx30), 64},
-      // x64 without SSE.
-      {with(other(6, 10, 0, kMmx), kX64), 96}, {with(torva(4, 1, 0, 0), kX64), 96},
-      // Family 15 with an extended family is not family 15 any more.
-      {with(torva(15, 3, kSse3), 0, 1), 66}, {with(torva(15, 2), 0, 1), 65},
-      {with(torva(15, 2).logical(2), 0, 1), 65}, {with(torva(15, 2, 0, 0), 0, 1), 0},
-      // The extended model counts for families 6 and 15 only, the extended
-      // family for 15 only.
-      {torva(5, 20, 0, kMmx), 2}, {with(torva(6, 26), 0, 3), 35},
-      // Other families and models fall through to the feature path.
-      {torva(4, 2), 65}, {torva(7, 1, kSse3), 66}, {torva(5, 3, 0, kEdxSse), 64}, {torva(5, 5, 0, 0), 0},
-  };
-  for (Lum32u m : {0u, 2u, 4u, 12u, 16u, 17u, 18u, 19u, 20u, 21u, 22u, 24u, 25u, 27u, 29u, 30u, 44u, 255u}) {
-    rows.push_back({torva(6, m), 65});
-    rows.push_back({torva(6, m, kToSse42), 69});
-  }
-  return rows;
-}
-
-std::string describe(const CpuDesc& d) {
-  std::ostringstream os;
-  os << d.vendor << " family " << d.family << "+" << d.extFamily << " model " << d.model << "+"
-     << d.extModel << std::hex << " ecx 0x" << d.ecx1 << " edx 0x" << d.edx1 << " x64 edx 0x" << d.extEdx;
-  return os.str();
+// Each processor as described, then under another vendor string; queries,
+// record and cache size against the reference reading of its leaves.
+TEST(StaticInit, CodeBuildQueriesAndCacheOfEachProcessor) {
+  IndexScope restoreIndex;
+  ThreadCountScope restoreThreads(1);
+  const std::vector<Row> table = rows();
+  for (size_t i = 0; i < table.size(); ++i)
+    for (bool renamed : {false, true}) {
+      const Row& row = table[i];
+      FakeCpu cpu(row.cpu);
+      if (renamed) cpu.leaves[0] = cpuLeaves("OtherVendorX", cpu.leaves[0].eax)[0];
+      const std::string what = "row " + std::to_string(i) + (renamed ? " under another vendor string" : "");
+      const lumref::Leaves leaves = current();
+      EXPECT_TRUE(renamed || static_cast<Lum32u>(lumGetCpuType()) == row.code) << what << ": " << lumGetCpuType();
+      EXPECT_EQ(lumref::queryMismatches(leaves), "") << what;
+      lumJumpIndexForMergedLibs = 3;
+      EXPECT_EQ(lumStaticInit(), lumref::isGenuineTorva(leaves) ? lumStsNoErr : lumStsNotGenuineCpu) << what;
+      // By features alone, the build is the feature level itself.
+      const int level = lumref::featureLevel(leaves);
+      EXPECT_EQ(lumJumpIndexForMergedLibs, renamed ? level : std::min(row.build, level)) << what;
+      int size = -1, want = 0;
+      ownResetCacheState();
+      EXPECT_EQ(lumGetMaxCacheSizeB(&size), lumref::cacheStatus(leaves, &want)) << what;
+      EXPECT_EQ(size, want) << what;
+    }
+  ownResetCacheState();
 }
 
 TEST(CpuType, NoCpuidAtAll) {
-  lumtest::IndexScope restoreIndex;
-  lumtest::ThreadCountScope restoreThreads(1);
-  FakeCpu cpu(torva(6, 26, kToSse41));
-  cpu.setHasCpuid(false);
+  IndexScope restoreIndex;
+  ThreadCountScope restoreThreads(1);
+  FakeCpu cpu(T(6, 26, k41));
+  cpu.hasCpuid = false;
+  lumJumpIndexForMergedLibs = 5;
   EXPECT_EQ(lumGetCpuType(), lumCpuUnknown);
   EXPECT_EQ(lumGetNumCoresOnDie(), 1);
-  lumJumpIndexForMergedLibs = 5;
   EXPECT_EQ(lumStaticInit(), lumStsNotGenuineCpu);
   EXPECT_EQ(lumJumpIndexForMergedLibs, 0);
-  EXPECT_EQ(cpu.totalReads(), 0) << "CPUID executed on a processor without it";
-  int threads = 0;
+  EXPECT_EQ(cpu.blindReads, 0) << "CPUID executed on a processor without it";
+  EXPECT_EQ(lumref::queryMismatches(current()), "");  // the raw queries leave the check to their caller
+}
+
+// The processor the tests run on, emulated ones included, against its raw
+// leaves as the compiler's own helpers read them. An emulated processor comes
+// with LUM_TEST_CPU_EXPECT: the processor code worked out by hand, the build
+// it names and the feature level its qemu options give (so that a flag the
+// emulator ignored shows); the selected build is the lower of the two.
+TEST(ThisProcessor, AgainstItsRawLeaves) {
+  IndexScope restoreIndex;
+  ThreadCountScope restoreThreads(omp_get_num_procs() + 5);  // lumStaticInit sets the processor count
+  ownResetCacheState();
+  ASSERT_EQ(lumGetMaxCacheSizeB(nullptr), lumStsNullPtrErr);  // leaves the answer undetermined
+  const lumref::Leaves s =
+      lumref::readLeaves([](uint32_t r[4], uint32_t leaf) { __cpuid_count(leaf, 0, r[0], r[1], r[2], r[3]); });
+  const int level = lumref::featureLevel(s);
+  unsigned code = 0;
+  int build = 0, wantLevel = 0;
+  const char* expect = getenv("LUM_TEST_CPU_EXPECT");
+  const bool emulated = expect && sscanf(expect, "%u %d %d", &code, &build, &wantLevel) == 3;
+  EXPECT_TRUE(!emulated || level == wantLevel) << "feature level " << level;
+  ASSERT_TRUE(lum_has_cpuid() && lum_has_cpuid()) << "twice, with the ID bit left flipped";
+  EXPECT_EQ(lumref::queryMismatches(s), "");
+  EXPECT_TRUE(!emulated || static_cast<unsigned>(lumGetCpuType()) == code) << lumGetCpuType();
+  EXPECT_EQ(lumStaticInit(), lumref::isGenuineTorva(s) ? lumStsNoErr : lumStsNotGenuineCpu);
+  const int index = lumJumpIndexForMergedLibs;
+  EXPECT_EQ(index, std::min(level, emulated ? build : index));  // without expectations: at most the level
+  EXPECT_EQ(lumiGetLibVersion()->targetCpu[1], '0' + index);
+  int threads = 0, size = -1, want = 0;
   lumGetNumThreads(&threads);
   EXPECT_EQ(threads, omp_get_num_procs());
-}
-
-TEST(CpuType, VendorStringIsComparedWhole) {
-  for (const char* vendor : {"GenuineTorva", "GenvineTorva", "GenuinzTorva", "GenuineTorvb",
-                             "genuineTorva", "GenuineTorv\x80"}) {
-    FakeCpu cpu(torva(6, 26, kSse3 | kSsse3, kEdxSse2, vendor));
-    const bool genuine = std::string(vendor) == "GenuineTorva";
-    EXPECT_EQ(lum_is_GenuineTorva(), genuine ? 1 : 0) << vendor;
-    EXPECT_EQ(static_cast<Lum32u>(lumGetCpuType()), genuine ? 35u : 67u) << vendor;
-  }
-}
-
-TEST(CpuType, CoresComeFromLeaf4OnlyWhenLeaf0ReachesIt) {
-  const struct { Lum32u model, maxLeaf, cores; LumCpuType code; int seen; } cases[] = {{14, 3, 2, lumCpuFam6E, 1},
-               {15, 0x80000004u, 4, lumCpuFam6G, 1},  // leaf 0 EAX compared as signed
-               {15, 4, 4, lumCpuFam6H, 4}};
-  for (const auto& c : cases) {
-    CpuDesc d = torva(6, c.model, kSse3 | kSsse3).cores(c.cores);
-    d.maxLeaf = c.maxLeaf;
-    FakeCpu cpu(d);
-    EXPECT_EQ(lumGetCpuType(), c.code) << c.maxLeaf;
-    EXPECT_EQ(lum_get_cores_on_die(), c.seen) << c.maxLeaf;
-    EXPECT_EQ(lumGetNumCoresOnDie(), c.seen) << c.maxLeaf;
-    // Sub-leaf 0 of leaf 4, every time it is asked for.
-    EXPECT_EQ(cpu.subLeaves(4), std::vector<Lum32u>(c.seen > 1 ? 3 : 0, 0)) << c.maxLeaf;
-  }
-  CpuDesc d = torva(6, 15).cores(64);
-  d.leaf4Eax |= 0x03FFFFFFu;  // the cache fields below bit 26 do not count
-  FakeCpu cpu(d);
-  EXPECT_EQ(lum_get_cores_on_die(), 64);
-}
-
-TEST(CpuType, SmtNeedsTheFlagAndTwoLogicalProcessors) {
-  const struct { Lum32u ebx, edx; int smt; } cases[] = {
-      {2u << 16, kSmt, 1},   {1u << 16, kSmt, 0}, {0, kSmt, 0},           {255u << 16, kSmt, 1},
-      {2u << 16, 0, 0},      {0xFF00FFFFu, kSmt, 0}, {0x0001FFFFu, kSmt, 0}, {(128u << 16) | 0xFFFF, kSmt, 1}};
-  for (const auto& c : cases) {
-    CpuDesc d = torva(15, 2, 0, kEdxSse2 | c.edx);
-    d.ebx1 = c.ebx;
-    FakeCpu cpu(d);
-    LumCpuIdent ident{};
-    lum_get_kestrel_ident(&ident);
-    EXPECT_EQ(lum_is_smt_extension(), c.smt) << std::hex << c.ebx << " " << c.edx;
-    EXPECT_EQ(static_cast<Lum32u>(lumGetCpuType()), c.smt ? 7u : 6u) << std::hex << c.ebx;
-    EXPECT_EQ(ident.smt, c.smt) << std::hex << c.ebx;
-  }
-}
-
-// The classification asks leaf 0x80000001 whenever leaf 0x80000000 reports
-// anything but its top bit; the query and the record need it in range.
-TEST(CpuType, X64FlagAsTheClassificationReadsIt) {
-  const struct { Lum32u maxExt, extEdx, code, query; int read, ident; } cases[] = {
-      {0x80000001u, kX64, 96, 1, 1, 1},          {0x80000008u, kX64, 96, 1, 1, 1},
-      {0x80000000u, kX64, 0, 0x80000000u, 0, 0}, {0, kX64, 0, 0, 0, 0},
-      {0x12, kX64, 96, 0x12, 1, 0},              {0x80000001u, ~kX64, 0, 0, 1, 0}};
-  for (const auto& c : cases) {
-    CpuDesc d = with(other(6, 10, 0, kMmx), c.extEdx);
-    d.maxExtLeaf = c.maxExt;
-    FakeCpu cpu(d);
-    LumCpuIdent ident{};
-    lum_get_kestrel_ident(&ident);
-    cpu.resetReads();
-    EXPECT_EQ(static_cast<Lum32u>(lumGetCpuType()), c.code) << std::hex << c.maxExt;
-    EXPECT_EQ(cpu.reads(0x80000001u), c.read) << std::hex << c.maxExt;
-    EXPECT_EQ(static_cast<Lum32u>(lum_is_x64_extension()), c.query) << std::hex << c.maxExt;
-    EXPECT_EQ(ident.x64, c.ident) << std::hex << c.maxExt;
-  }
-}
-
-TEST(CpuQueries, EachFeatureBitAndNoOther) {
-  const struct { const char* name; int (*fn)(void); bool inEcx; int bit; } queries[] = {
-      {"rdtsc", lum_has_rdtsc, false, 4},           {"mmx", lum_is_mmx_extension, false, 23},
-      {"sse", lum_is_ssx_extension, false, 25},     {"sse2", lum_is_sse2_extension, false, 26},
-      {"sse3", lum_is_sse3_extension, true, 0},     {"ssse3", lum_is_ssse3_extension, true, 9},
-      {"sse4.1", lum_is_sse41_extension, true, 19}, {"sse4.2", lum_is_sse42_extension, true, 20}};
-  for (const auto& q : queries)
-    for (bool inverted : {false, true}) {  // the bit alone, and every bit but this one
-      CpuDesc d = torva(6, 26, 0, 0);
-      (q.inEcx ? d.ecx1 : d.edx1) = inverted ? ~(1u << q.bit) : 1u << q.bit;
-      FakeCpu cpu(d);
-      EXPECT_EQ(q.fn(), inverted ? 0 : 1) << q.name << (inverted ? " with every other bit" : "");
-      EXPECT_EQ(cpu.reads(0), 0) << q.name << " asks whether CPUID exists: that is the caller's job";
-    }
-}
-
-TEST(CpuQueries, MaxInputAndVendorDoNotCheckForCpuid) {
-  CpuDesc d = other(6, 10);
-  d.maxLeaf = 0x8000000Bu;
-  FakeCpu cpu(d);
-  cpu.setHasCpuid(false);
-  EXPECT_EQ(static_cast<Lum32u>(lum_max_cpuid_input()), 0x8000000Bu);
-  EXPECT_EQ(lum_is_GenuineTorva(), 0);
-  EXPECT_EQ(lum_has_cpuid(), 0);
-}
-
-// The record's fields in order (twenty words, part of the interface).
-std::vector<int> identOf() {
-  LumCpuIdent id;
-  std::memset(&id, 0x5A, sizeof id);
-  lum_get_kestrel_ident(&id);
-  std::vector<int> words(20);
-  std::memcpy(words.data(), &id, sizeof id);
-  return words;
-}
-
-TEST(CpuIdent, FieldsFromTheirBits) {
-  static_assert(sizeof(LumCpuIdent) == 80 && offsetof(LumCpuIdent, spare) == 32 &&
-                    offsetof(LumCpuIdent, extModel) == 76,
-                "record layout");
-  CpuDesc d = torva(15, 0xC, kSse3 | kSse41, kMmx | kSse2 | kSmt | 0x800u);  // and EDX bit 11
-  d.maxLeaf = 1;  // leaf 2 is read all the same, leaf 4 is not
-  d.stepping = 0x9;
-  d.extModel = 0x5;
-  d.extFamily = 0xA7;
-  d.typeBits = 0x2;
-  d.ebx1 = 3u << 16;
-  d.leaf2 = {0x11223301u, 0x44556677u, 0x8899AABBu, 0xCCDDEEFFu};
-  d.cores(6);
-  d.extEdx = kX64;
-  FakeCpu cpu(d);
-  // family, stepping, model, type (EAX bits 11..12), featureEdx, leaf2 EAX
-  // and EDX, mmx, spare (the caller's), sse, sse2, smt, sse3, x64, ssse3,
-  // cores, sse4.1, sse4.2, extFamily, extModel.
-  EXPECT_EQ(identOf(), (std::vector<int>{15, 9, 12, 1, static_cast<int>(d.edx1), 0x11223301,
-                                         static_cast<int>(0xCCDDEEFFu), 1, 0x5A5A5A5A, 0, 1, 1, 1,
-                                         1, 0, 1, 1, 0, 0xA7, 5}));
-  EXPECT_EQ(cpu.reads(2), 1);
-  d.maxLeaf = 4;
-  d.family = 6;  // EAX bit 11 clear
-  d.typeBits = 0x1;
-  d.ecx1 = kSsse3 | kSse42;
-  d.edx1 = kSse;
-  d.ebx1 = 0;
-  cpu.load(d);
-  EXPECT_EQ(identOf(), (std::vector<int>{6, 9, 12, 2, static_cast<int>(kSse), 0x11223301,
-                                         static_cast<int>(0xCCDDEEFFu), 0, 0x5A5A5A5A, 1, 0, 0, 0,
-                                         1, 1, 6, 0, 1, 0xA7, 5}));
-}
-
-TEST(StaticInit, SelectsTheBuildOfTheClassification) {
-  lumtest::IndexScope restoreIndex;
-  lumtest::ThreadCountScope restoreThreads(1);
-  const int procs = omp_get_num_procs();
-  for (const Row& row : codeRows())
-    // As described, then the same processor under another vendor string.
-    for (bool asDescribed : {true, false}) {
-      CpuDesc d = row.desc;
-      if (!asDescribed) d.vendor = "OtherVendorX";
-      FakeCpu cpu(d);
-      const Lum32u code = static_cast<Lum32u>(lumGetCpuType());
-      EXPECT_TRUE(!asDescribed || code == row.code) << describe(d) << " code " << code << ", want " << row.code;
-      lumJumpIndexForMergedLibs = 3;
-      ASSERT_EQ(lumSetNumThreads(procs + 5), lumStsNoErr);
-      EXPECT_EQ(lumStaticInit(), d.vendor == "GenuineTorva" ? lumStsNoErr : lumStsNotGenuineCpu)
-          << describe(d);
-      const int index = lumref::autoIndex(code);
-      EXPECT_EQ(lumJumpIndexForMergedLibs, index) << describe(d) << " code " << code;
-      int threads = 0;
-      ASSERT_EQ(lumGetNumThreads(&threads), lumStsNoErr);
-      EXPECT_EQ(threads, procs);
-      EXPECT_EQ(lumiGetLibVersion()->targetCpu, "k" + std::to_string(index)) << describe(d);
-    }
-}
-
-TEST(ThisProcessor, RegisterBlockInOrderWithTheSubLeafInEcx) {
-  ASSERT_EQ(lum_has_cpuid(), 1);
-  ASSERT_EQ(lum_has_cpuid(), 1) << "a second time, with the ID bit left flipped";
-  for (Lum32u leaf : {0u, 4u})
-    for (Lum32u sub = 0; sub < (leaf == 4 && __get_cpuid_max(0, nullptr) >= 4 ? 3u : 1u); ++sub) {
-      Lum32u r[4] = {1, 2, 3, 4};
-      unsigned w[4];
-      ownGetReg(r, leaf, sub);
-      __cpuid_count(leaf, sub, w[0], w[1], w[2], w[3]);
-      for (int i = 0; i < 4; ++i) EXPECT_EQ(r[i], w[i]) << leaf << "." << sub << " reg " << i;
-    }
-}
-
-TEST(ThisProcessor, TimeStampCounterRuns) {
-  const Lum64u t0 = lum_get_kestrel_counter();
-  const Lum64u t1 = lumGetCpuClocks();
-  volatile unsigned sink = 0;
-  for (unsigned i = 0; i < 100000; ++i) sink = sink + i;
-  const Lum64u t2 = lum_get_kestrel_counter();
+  // A build the processor cannot run ends here with an illegal instruction.
+  Lum8u a[64], d[64];
+  for (int i = 0; i < 64; ++i) a[i] = static_cast<Lum8u>(i);
+  ASSERT_EQ(lumiMul_8u_C1RSfs(a, 64, a, 64, d, 64, {64, 1}, 2), lumStsNoErr);
+  for (int i = 0; i < 64; ++i) EXPECT_EQ(d[i], std::min(255, i * i / 4)) << i;  // i*i/4 never ends in a half
+  const LumStatus status = lumref::cacheStatus(s, &want);
+  for (int call = 0; call < 2; ++call) EXPECT_TRUE(lumGetMaxCacheSizeB(&size) == status && size == want) << size;
+  ownResetCacheState();
+  // CPUID sub-leaves in ECX, and the time-stamp counter.
+  Lum32u r[4], w[4];
+  ownGetReg(r, 4, 1);
+  __cpuid_count(4, 1, w[0], w[1], w[2], w[3]);
+  EXPECT_TRUE(r[0] == w[0] && r[1] == w[1] && r[2] == w[2] && r[3] == w[3]);
+  const Lum64u t0 = lum_get_kestrel_counter(), t1 = lumGetCpuClocks();
+  for (volatile unsigned i = 0; i < 100000; i = i + 1) continue;
   EXPECT_LE(t0, t1);
-  EXPECT_LT(t1, t2);
+  EXPECT_LT(t1, lum_get_kestrel_counter());
 }
 
 }  // namespace

@@ -1,134 +1,97 @@
 #include "cpu_reference.h"
 
+#include <algorithm>
 #include <cstring>
+
+#include "lum.h"
 
 namespace lumref {
 
 namespace {
-
-bool bit(uint32_t v, int n) { return (v >> n) & 1u; }
-
-// Vendor-path table: family, effective model, code; for models whose code
-// depends on the core count, the code for more than `coreLimit` cores.
-constexpr struct { uint32_t family, model, code, codeAbove, coreLimit; } kVendorRows[] = {
-    {5, 1, 1, 1, 0},   {5, 2, 1, 1, 0},    {5, 4, 2, 2, 0},
-    {6, 1, 3, 3, 0},   {6, 3, 4, 4, 0},    {6, 5, 4, 4, 0},   {6, 6, 4, 4, 0},
-    {6, 7, 5, 5, 0},   {6, 8, 5, 5, 0},    {6, 10, 5, 5, 0},  {6, 11, 5, 5, 0},
-    {6, 9, 9, 9, 0},   {6, 13, 9, 9, 0},   {6, 14, 10, 11, 1}, {6, 15, 33, 34, 2},
-    {6, 23, 68, 68, 0}, {6, 26, 35, 35, 0}, {6, 28, 36, 36, 0},
-};
-
-// Codes by build, as listed for the initializers.
-constexpr struct { uint32_t code; int index; } kListed[] = {
-    {0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {0xFFFFFFFFu, 0},
-    {5, 1}, {16, 1}, {17, 1}, {64, 1},
-    {6, 2}, {7, 2}, {9, 2}, {65, 2},
-    {8, 3}, {10, 3}, {11, 3}, {32, 3}, {66, 3},
-    {33, 4}, {34, 4}, {36, 4}, {67, 4},
-    {35, 5}, {37, 5}, {68, 5}, {69, 5},
-};
-
-// Descriptor byte -> cache size in bytes.
-constexpr int KiB = 1024, MiB = 1024 * 1024;
-constexpr struct { uint8_t byte; int size; } kDescriptors[] = {
-    {0x39, 128 * KiB}, {0x3A, 192 * KiB}, {0x3B, 128 * KiB}, {0x3C, 256 * KiB},
-    {0x3D, 384 * KiB}, {0x3E, 512 * KiB}, {0x3F, 256 * KiB}, {0x41, 128 * KiB},
-    {0x42, 256 * KiB}, {0x43, 512 * KiB}, {0x44, 1 * MiB},   {0x45, 2 * MiB},
-    {0x46, 4 * MiB},   {0x47, 8 * MiB},   {0x48, 3 * MiB},   {0x49, 4 * MiB},
-    {0x4A, 6 * MiB},   {0x4B, 8 * MiB},   {0x4C, 12 * MiB},  {0x4D, 16 * MiB},
-    {0x4E, 6 * MiB},   {0x22, 512 * KiB}, {0x23, 1 * MiB},   {0x25, 2 * MiB},
-    {0x29, 4 * MiB},   {0x78, 1 * MiB},   {0x79, 128 * KiB}, {0x7A, 256 * KiB},
-    {0x7B, 512 * KiB}, {0x7C, 1 * MiB},   {0x7D, 2 * MiB},   {0x7F, 512 * KiB},
-    {0x80, 512 * KiB}, {0x82, 256 * KiB}, {0x83, 512 * KiB}, {0x84, 1 * MiB},
-    {0x85, 2 * MiB},   {0x86, 512 * KiB}, {0x87, 1 * MiB},
-};
-
+uint32_t bit(uint32_t v, int n) { return (v >> n) & 1u; }
 }  // namespace
 
+Leaves readLeaves(void (*cpuid)(uint32_t regs[4], uint32_t leaf)) {
+  Leaves s;
+  cpuid(s.l0, 0), cpuid(s.l1, 1), cpuid(s.l2, 2), cpuid(s.l4, 4), cpuid(s.x0, 0x80000000u), cpuid(s.x1, 0x80000001u);
+  return s;
+}
+
+bool isGenuineTorva(const Leaves& s) {
+  return !std::memcmp(&s.l0[1], "Genu", 4) && !std::memcmp(&s.l0[3], "ineT", 4) && !std::memcmp(&s.l0[2], "orva", 4);
+}
+
+int featureLevel(const Leaves& s) {
+  const uint32_t ecx = s.l1[2], edx = s.l1[3];
+  const uint32_t has[5] = {bit(edx, 23) & bit(edx, 25), bit(edx, 26), bit(ecx, 0), bit(ecx, 9), bit(ecx, 19)};
+  int level = 0;
+  while (level < 5 && has[level]) ++level;
+  return level;
+}
+
+std::string queryMismatches(const Leaves& s) {
+  const uint32_t eax = s.l1[0], ecx = s.l1[2], edx = s.l1[3];
+  const uint32_t smt = bit(edx, 28) && ((s.l1[1] >> 16) & 255) > 1;
+  const uint32_t cores = static_cast<int32_t>(s.l0[0]) >= 4 ? (s.l4[0] >> 26) + 1 : 1;
+  const uint32_t x64 = s.x0[0] >= 0x80000001u && bit(s.x1[3], 29);
+  LumCpuIdent id;
+  std::memset(&id, 0x5A, sizeof id);
+  lum_get_kestrel_ident(&id);
+  // The queries from lum_max_cpuid_input to lum_is_GenuineTorva, then the
+  // twenty words of the record: family, stepping, model, type (EAX bits
+  // 11..12), featureEdx, leaf-2 EAX and EDX, mmx, spare (the caller's), sse,
+  // sse2, smt, sse3, x64, ssse3, coresOnDie, sse41, sse42, extFamily, extModel.
+  int got[35] = {lum_max_cpuid_input(),    lum_has_rdtsc(),          lum_is_mmx_extension(),   lum_is_ssx_extension(),
+                 lum_is_sse2_extension(),  lum_is_smt_extension(),   lum_is_sse3_extension(),  lum_is_ssse3_extension(),
+                 lum_is_sse41_extension(), lum_is_sse42_extension(), lum_get_cores_on_die(),   lumGetNumCoresOnDie(),
+                 lum_is_x64_extension(),   lum_is_GenuineTorva()};
+  std::memcpy(got + 14, &id, 80);
+  const uint32_t want[35] = {s.l0[0], bit(edx, 4), bit(edx, 23), bit(edx, 25), bit(edx, 26), smt, bit(ecx, 0),
+                             bit(ecx, 9), bit(ecx, 19), bit(ecx, 20), cores, cores,
+                             s.x0[0] >= 0x80000001u ? x64 : s.x0[0], isGenuineTorva(s),
+                             (eax >> 8) & 15, eax & 15, (eax >> 4) & 15, (eax >> 11) & 3, edx, s.l2[0], s.l2[3],
+                             bit(edx, 23), 0x5A5A5A5Au, bit(edx, 25), bit(edx, 26), smt, bit(ecx, 0), x64,
+                             bit(ecx, 9), cores, bit(ecx, 19), bit(ecx, 20), (eax >> 20) & 255, (eax >> 16) & 15};
+  std::string out;
+  for (int i = 0; i < 35; ++i)
+    if (static_cast<uint32_t>(got[i]) != want[i])
+      out += (i < 14 ? "query " + std::to_string(i) : "record word " + std::to_string(i - 14)) + ": got " +
+             std::to_string(static_cast<uint32_t>(got[i])) + ", expected " + std::to_string(want[i]) + "\n";
+  return out;
+}
+
 int descriptorSize(uint8_t byte) {
-  for (const auto& d : kDescriptors)
-    if (d.byte == byte) return d.size;
+  // Cache size in KiB, and the descriptor bytes that describe a cache of that size.
+  static const struct { int kib; const char* bytes; } kSizes[] = {
+      {128, "\x39\x3B\x41\x79"}, {192, "\x3A"}, {256, "\x3C\x3F\x42\x7A\x82"}, {384, "\x3D"},
+      {512, "\x22\x3E\x43\x7B\x7F\x80\x83\x86"}, {1024, "\x23\x44\x78\x7C\x84\x87"}, {2048, "\x25\x45\x7D\x85"},
+      {3072, "\x48"}, {4096, "\x29\x46\x49"}, {6144, "\x4A\x4E"}, {8192, "\x47\x4B"}, {12288, "\x4C"}, {16384, "\x4D"}};
+  for (const auto& s : kSizes)
+    if (byte != 0 && std::strchr(s.bytes, byte) != nullptr) return s.kib * 1024;
   return -1;
 }
 
-bool isGenuineTorva(const Snapshot& s) {
-  if (!s.hasCpuid) return false;
-  char v[12];
-  std::memcpy(v, &s.leaf0.ebx, 4);
-  std::memcpy(v + 4, &s.leaf0.edx, 4);
-  std::memcpy(v + 8, &s.leaf0.ecx, 4);
-  return std::memcmp(v, "GenuineTorva", 12) == 0;
-}
-
-uint32_t cpuType(const Snapshot& s) {
-  if (!s.hasCpuid) return 0;
-  const Regs& l1 = s.leaf1;
-  uint32_t family = (l1.eax >> 8) & 15, model = (l1.eax >> 4) & 15;
-  if (family == 6 || family == 15) model |= ((l1.eax >> 16) & 15) << 4;
-  if (family == 15) family += (l1.eax >> 20) & 255;
-  const uint32_t logicalCount = (l1.ebx >> 16) & 255;
-  const bool smt = bit(l1.edx, 28) && logicalCount >= 2;
-  const bool x64 = (s.ext0.eax << 1) != 0 && bit(s.ext1.edx, 29);
-  const uint32_t cores = static_cast<int32_t>(s.leaf0.eax) >= 4 ? (s.leaf4.eax >> 26) + 1 : 1;
-
-  if (isGenuineTorva(s)) {
-    if (bit(l1.edx, 30)) return family == 7 ? 16 : 17;
-    for (const auto& r : kVendorRows)
-      if (r.family == family && r.model == model)
-        return r.coreLimit != 0 && cores > r.coreLimit ? r.codeAbove : r.code;
-    if (family == 15) {
-      if (bit(l1.ecx, 0)) return x64 ? 32 : 8;
-      return smt ? 7 : 6;
-    }
-  }
-  // Highest level first.
-  const struct { bool present; uint32_t code; } levels[] = {{bit(l1.ecx, 20), 69}, {bit(l1.ecx, 19), 68}, {bit(l1.ecx, 9), 67},
-                {bit(l1.ecx, 0), 66},  {bit(l1.edx, 26), 65}, {bit(l1.edx, 25), 64},
-                {x64, 96}};
-  for (const auto& l : levels)
-    if (l.present) return l.code;
-  return 0;
-}
-
-int explicitIndex(uint32_t code) {
-  for (const auto& l : kListed)
-    if (l.code == code) return l.index;
-  return -1;
-}
-
-int autoIndex(uint32_t code) {
-  const int i = explicitIndex(code);
-  return i < 0 ? 0 : i;
-}
-
-int leaf2CacheSize(const Regs& leaf2) {
-  if ((leaf2.eax & 255) != 1) return -1;
-  // Lay the usable registers out as the library packs them, then look at
-  // positions 1..count of that layout (one zero byte past the end).
-  const uint32_t regs[4] = {leaf2.eax, leaf2.ebx, leaf2.ecx, leaf2.edx};
-  uint8_t layout[17] = {};
+int leaf2CacheSize(const uint32_t leaf2[4]) {
+  if ((leaf2[0] & 255) != 1) return -1;
+  // Registers that are not zero and have bit 31 clear, packed without gaps,
+  // EAX first; the walk reads bytes 1..count, where EAX counts 3 (its low
+  // byte is the round count) and every other kept register 4.
+  uint8_t packed[17] = {};
   int bytes = 0, count = 0;
-  for (int i = 0; i < 4; ++i) {
-    if (regs[i] == 0 || bit(regs[i], 31)) continue;
-    std::memcpy(layout + bytes, &regs[i], 4);
-    bytes += 4;
-    count += i == 0 ? 3 : 4;
-  }
-  int best = -1;
-  for (int pos = 1; pos <= count; ++pos) {
-    const int size = descriptorSize(layout[pos]);
-    if (size > best) best = size;
-  }
-  return best;
+  for (int i = 0; i < 4; ++i)
+    if (leaf2[i] != 0 && (leaf2[i] >> 31) == 0)
+      std::memcpy(packed + bytes, &leaf2[i], 4), bytes += 4, count += i ? 4 : 3;
+  int largest = -1;
+  for (int pos = 1; pos <= count; ++pos) largest = std::max(largest, descriptorSize(packed[pos]));
+  return largest;
 }
 
-int cacheStatus(const Snapshot& s, int* size) {
+int cacheStatus(const Leaves& s, int* size) {
   *size = 0;
-  if (!s.hasCpuid || static_cast<int32_t>(s.leaf0.eax) < 2 || !isGenuineTorva(s)) return 36;
-  const int found = leaf2CacheSize(s.leaf2);
+  if (static_cast<int32_t>(s.l0[0]) < 2 || !isGenuineTorva(s)) return 36;
+  const int found = leaf2CacheSize(s.l2);
   if (found < 0) return 37;
-  *size = found;
-  return 0;
+  return *size = found, 0;
 }
 
 }  // namespace lumref

@@ -1,38 +1,29 @@
-// A second, independent reading of the processor classification and of the
-// leaf-2 cache walk, written from the documented tables rather than from the
-// library's code. The processor probe compares the library with it on the
-// machine the tests run on and on emulated processors; the cache tests use
-// its walk.
+// What the library must report about a processor, worked out from its raw
+// CPUID leaves by the documented bit positions and descriptor sizes; for the
+// probe (real and emulated processors) and the tests (made-up ones).
 #ifndef LUM_TESTS_SUPPORT_CPU_REFERENCE_H
 #define LUM_TESTS_SUPPORT_CPU_REFERENCE_H
 
 #include <stdint.h>
 
+#include <string>
+
 namespace lumref {
 
-struct Regs {
-  uint32_t eax = 0, ebx = 0, ecx = 0, edx = 0;
-};
-
-// Everything the classification and the cache walk look at.
-struct Snapshot {
-  bool hasCpuid = false;
-  Regs leaf0, leaf1, leaf2, leaf4, ext0, ext1;  // leaf 4 is sub-leaf 0
-};
-
-bool isGenuineTorva(const Snapshot& s);
-// Processor code as documented for lumGetCpuType.
-uint32_t cpuType(const Snapshot& s);
-// Build index lumStaticInit selects for a code (unlisted codes: 0), and the
-// one lumStaticInitCpu selects (-1: refused).
-int autoIndex(uint32_t code);
-int explicitIndex(uint32_t code);
-// Status and size lumGetMaxCacheSizeB reports.
-int cacheStatus(const Snapshot& s, int* size);
-// Size of the cache a leaf-2 descriptor byte describes, -1 if none.
+// Leaves 0, 1, 2, 4, 0x80000000 and 0x80000001 (sub-leaf 0): EAX, EBX, ECX, EDX.
+struct Leaves { uint32_t l0[4], l1[4], l2[4], l4[4], x0[4], x1[4]; };
+Leaves readLeaves(void (*cpuid)(uint32_t regs[4], uint32_t leaf));
+bool isGenuineTorva(const Leaves& s);
+// The highest build whose instruction set leaf 1 shows, each level on top of
+// the lower ones: MMX and SSE, SSE2, SSE3, SSSE3, SSE4.1.
+int featureLevel(const Leaves& s);
+// The raw queries and the record against the leaves: mismatches, one a line.
+std::string queryMismatches(const Leaves& s);
+// The cache a descriptor byte describes, the largest leaf 2 describes (-1:
+// none, or more than one round), and the cache query's status and size.
 int descriptorSize(uint8_t byte);
-// The largest cache leaf 2 describes, -1 if none or more than one round.
-int leaf2CacheSize(const Regs& leaf2);
+int leaf2CacheSize(const uint32_t leaf2[4]);
+int cacheStatus(const Leaves& s, int* size);
 
 }  // namespace lumref
 

@@ -1,0 +1,279 @@
+// The harness every image function is tested through. A function is described once, as a Case: its
+// entry point in one build, where its operands go among its arguments, the expected value of each
+// destination pixel, and its argument checks in order. The harness calls it through the C calling
+// convention with the stack misaligned in turn, on operands between inaccessible pages (sources
+// read-only), and checks the status, every destination pixel, every byte around the region, the
+// floating-point control state and the MMX state.
+#ifndef LUM_TESTS_SUPPORT_HARNESS_H
+#define LUM_TESTS_SUPPORT_HARNESS_H
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "lum.h"
+#include "support/threads.h"
+
+// Calls a cdecl function with the stack pointer `offset` bytes (0, 4, 8 or 12) past a 16-byte
+// boundary at the call, as older i386 code may do (misaligned_call.S).
+extern "C" uint32_t lumtest_call_misaligned(const void* fn, const uint32_t* args, int nargs, int offset);
+
+namespace lumtest {
+
+// ---- Floating-point environments: the MXCSR's control fields (0 without
+// SSE; its flags record what the arithmetic raised) and the x87 control word.
+struct FpEnv { const char* name; uint32_t mxcsr; uint16_t x87; };
+inline const FpEnv kEnvs[] = {{"default", 0x1F80, 0x037F}, {"SSE rounding up", 0x5F80, 0x037F},
+                              {"SSE flush-to-zero, denormals-are-zero; x87 toward zero", 0x9FC0, 0x0F7F}};
+inline bool hasSse() { return __builtin_cpu_init(), __builtin_cpu_supports("sse"); }
+// Also tells whether every x87 register is tagged empty, as the calling convention requires: MMX
+// instructions tag them all valid until the state is cleared.
+inline FpEnv readFp(bool* x87RegistersFree = nullptr) {
+  uint16_t env[14];
+  __asm__ __volatile__("fnstenv %0\n\tfldcw %0" : "=m"(env)::"memory");  // fnstenv masks exceptions
+  FpEnv e{"", 0, env[0]};
+  if (x87RegistersFree) *x87RegistersFree = env[4] == 0xFFFF;
+  if (hasSse()) __asm__ __volatile__("stmxcsr %0" : "=m"(e.mxcsr)::"memory");
+  return e.mxcsr &= ~0x3Fu, e;
+}
+inline void writeFp(const FpEnv& e) {
+  __asm__ __volatile__("fldcw %0" ::"m"(e.x87) : "memory");
+  if (hasSse()) __asm__ __volatile__("ldmxcsr %0" ::"m"(e.mxcsr) : "memory");
+}
+
+inline uint32_t word(const void* p) { return uint32_t(reinterpret_cast<uintptr_t>(p)); }
+
+// ---- Guarded operands. A Place is a step in bytes (any sign, zero included)
+// and the gap of pattern between the region and the guard page it lies
+// against. An Image holds `height` rows of `rowBytes` between two
+// inaccessible pages, the rest of its block a pseudo-random pattern.
+struct Place { int step, gap = 0; bool atStart = false; };
+struct Image {
+  Image(int rowBytes, int height, const Place& p) : step(p.step), page(size_t(sysconf(_SC_PAGESIZE))) {
+    const ptrdiff_t last = ptrdiff_t(height - 1) * step, lo = std::min<ptrdiff_t>(last, 0),
+                    span = std::max<ptrdiff_t>(last, 0) - lo + rowBytes;
+    body = (span + p.gap + page - 1) / page * page;
+    map = static_cast<uint8_t*>(mmap(nullptr, body + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    protect(PROT_READ | PROT_WRITE);
+    origin = (p.atStart ? begin() + p.gap : begin() + body - p.gap - span) - lo;
+    for (uint32_t i = 0, s = word(map); i < body; ++i) begin()[i] = uint8_t((s = s * 1664525u + 1013904223u) >> 24);
+  }
+  ~Image() { munmap(map, body + 2 * page); }
+  uint8_t* begin() const { return map + page; }
+  uint8_t* row(int y) const { return origin + ptrdiff_t(y) * step; }
+  std::vector<uint8_t> bytes() const { return {begin(), begin() + body}; }
+  void protect(int prot) const { mprotect(begin(), body, prot); }
+  int step;
+  size_t page, body;
+  uint8_t *map, *origin;
+};
+
+// ---- Calls: `head` words, pointer and step of each source and of the
+// destination, the size, then `tail` words.
+struct Args {
+  std::vector<uint32_t> head, tail;
+  int sources, srcStep[2], dstStep;
+  const void* src[2];
+  void* dst;
+  LumSize size;
+};
+inline LumStatus call(const void* fn, const Args& a) {
+  std::vector<uint32_t> w = a.head;
+  for (int i = 0; i < a.sources; ++i) w.insert(w.end(), {word(a.src[i]), uint32_t(a.srcStep[i])});
+  w.insert(w.end(), {word(a.dst), uint32_t(a.dstStep), uint32_t(a.size.width), uint32_t(a.size.height)});
+  w.insert(w.end(), a.tail.begin(), a.tail.end());
+#if defined(LUM_SANITIZE)  // the sanitizer flags a hand-made call frame itself; a block of words
+  struct Words { uint32_t w[12]; } words{};  // by value is the same stack as the words one by one
+  std::copy(w.begin(), w.end(), words.w);
+  return reinterpret_cast<LumStatus (*)(Words)>(fn)(words);
+#else
+  static int turn = 0;
+  return LumStatus(lumtest_call_misaligned(fn, w.data(), int(w.size()), 4 * (turn++ % 4)));
+#endif
+}
+
+// An argument check: how it breaks a good call, and the status that must
+// come back. The shared ones: null pointers in argument order, then height
+// and width below 1.
+struct Check { std::string what; std::function<void(Args&)> breaks; LumStatus status; };
+inline std::vector<Check> nullAndSizeChecks(int sources) {
+  std::vector<Check> c;
+  for (int i = 0; i < sources; ++i)
+    c.push_back({"source " + std::to_string(i + 1) + " null", [i](Args& a) { a.src[i] = nullptr; }, lumStsNullPtrErr});
+  c.push_back({"destination null", [](Args& a) { a.dst = nullptr; }, lumStsNullPtrErr});
+  for (int bad : {0, -1, INT_MIN})
+    for (bool width : {false, true})
+      c.push_back({(width ? "width " : "height ") + std::to_string(bad),
+                   [=](Args& a) { (width ? a.size.width : a.size.height) = bad; }, lumStsSizeErr});
+  return c;
+}
+
+// ---- A function under test in one build. Its reference gives a destination pixel from the source
+// pixels at its place (pointers into row-major copies of the sources, null where there is none); it
+// is told whether the caller's environment is the default one, and may raise a warning to return.
+struct Ctx { bool defaultEnv; LumStatus status; };
+template <class T>
+struct Case {
+  std::string name;
+  const void* fn;
+  int sources = 2;
+  std::vector<uint32_t> head, tail;
+  std::function<T(const T* a, const T* b, Ctx&)> ref;
+  std::vector<Check> checks;
+  bool readsSources = true;  // false: the sources lie in unreadable memory
+  bool anySteps = true;      // zero, negative and overlapping steps accepted
+  int stepUnit = 1;          // the steps accepted are multiples of it
+  bool nanAgnostic = false;  // any NaN stands for any other
+};
+
+// Test inputs as a pixel's bits (a float passed through the x87 would have a signalling NaN quieted):
+// extremes and small values often, any other value too; floats of every class, NaNs with random
+// payloads, quiet and signalling, and magnitudes whose products fall into the denormal range.
+template <class T>
+uint32_t randomPixel(uint32_t r) {
+  const uint32_t h = r * 0x9E3779B1u, k = r % 16, v = r >> 8;
+  const uint32_t s8u[] = {0, 255, 1 + v % 3}, s16s[] = {0, 0x8000, 0x7FFF, v % 7 - 3, v % 601 - 300};
+  if (sizeof(T) == 1) return r % 8 < 3 ? s8u[r % 8] : v;
+  if (sizeof(T) == 2) return r % 10 < 5 ? s16s[r % 10] : v;
+  const uint32_t e = k < 2 ? 0 : k == 2 ? 254 : k < 6 ? 255 : 37 + (r >> 4) % 128;
+  return (h & 0x80000000u) | e << 23 | (k == 0 || k == 3 ? 0 : (h & 0x7FFFFF) | (k > 3 && k < 6));
+}
+template <class T>
+std::string show(const T& v) {
+  uint32_t bits = 0;
+  char s[48];
+  return std::memcpy(&bits, &v, sizeof v), std::snprintf(s, sizeof s, "%.9g (0x%x)", double(v), unsigned(bits)), s;
+}
+
+// Where the operands lie; inPlace 0 or 1: the destination is that source.
+struct Layout { int width, height; Place src[2], dst; int inPlace = -1; };
+
+// One call in one build, with `threads` threads, under `env`, on sources from `data` (first then
+// second, each width x height) or random ones. With `fault` the call is broken by it and must fail
+// with its status, writing nothing.
+template <class T>
+void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const FpEnv& env = kEnvs[0],
+         const std::vector<T>* data = nullptr, const Check* fault = nullptr) {
+  static std::mt19937 rng(1);
+  const int px = int(sizeof(T)), w = l.width, n = w * l.height, rb = w * px;
+  ThreadCountScope scope(threads);
+  std::unique_ptr<Image> img[3];
+  std::vector<T> in[2];
+  Args a{c.head, c.tail, c.sources, {}, 0, {}, nullptr, {w, l.height}};
+  for (int i = 0; i < c.sources; ++i) {
+    in[i] = data ? std::vector<T>(data->begin() + i * n, data->begin() + (i + 1) * n) : std::vector<T>(n);
+    uint32_t bits;
+    for (int k = 0; k < n && !data; ++k) bits = randomPixel<T>(rng()), std::memcpy(&in[i][k], &bits, px);
+    img[i] = std::make_unique<Image>(rb, l.height, l.src[i]);
+    a.src[i] = img[i]->row(0), a.srcStep[i] = img[i]->step;
+    for (int y = 0; y < l.height && c.readsSources; ++y) std::memcpy(img[i]->row(y), &in[i][y * w], rb);
+    for (int y = 0; y < l.height && c.readsSources; ++y) std::memcpy(&in[i][y * w], img[i]->row(y), rb);
+  }
+  if (l.inPlace < 0) img[2] = std::make_unique<Image>(rb, l.height, l.dst);
+  const Image& d = *img[l.inPlace < 0 ? 2 : l.inPlace];
+  for (int i = 0; i < c.sources; ++i)
+    if (i != l.inPlace) img[i]->protect(c.readsSources ? PROT_READ : PROT_NONE);
+  a.dst = d.row(0), a.dstStep = d.step;
+  if (fault) fault->breaks(a);
+  std::vector<uint8_t> want = d.bytes();
+  std::vector<ptrdiff_t> at(fault ? 0 : n);  // where each pixel lies in the block
+  const FpEnv caller = readFp();
+  writeFp(env);
+  const FpEnv set = readFp();
+  const LumStatus st = call(c.fn, a);
+  bool mmxFree;
+  const FpEnv after = readFp(&mmxFree);
+  Ctx ctx{&env == &kEnvs[0], lumStsNoErr};
+  for (int i = 0; i < int(at.size()); ++i) {  // rows in order: a later row overwrites an earlier one
+    at[i] = d.row(i / w) - d.begin() + i % w * px;
+    T e = c.ref(c.sources ? &in[0][i] : nullptr, c.sources > 1 ? &in[1][i] : nullptr, ctx), got;
+    std::memcpy(&got, d.begin() + at[i], px);
+    if (c.nanAgnostic && std::isnan(double(e)) && std::isnan(double(got))) e = got;
+    std::memcpy(&want[at[i]], &e, px);
+  }
+  writeFp(caller);
+  std::ostringstream where;
+  where << c.name << (fault ? ", " + fault->what : "") << ", " << w << "x" << l.height << " steps " << a.srcStep[0]
+        << "/" << a.srcStep[1] << "/" << d.step << " in place " << l.inPlace << ", " << threads << " threads, "
+        << env.name << ", k" << build << ": ";
+  EXPECT_EQ(st, fault ? fault->status : ctx.status) << where.str();
+  EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << where.str() << "control state changed";
+  EXPECT_TRUE(mmxFree) << where.str() << "MMX state not cleared";
+  const std::vector<uint8_t> got = d.bytes();
+  const ptrdiff_t o = std::mismatch(got.begin(), got.end(), want.begin()).first - got.begin();
+  int i = int(at.size()) - 1;
+  while (i >= 0 && (o < at[i] || o >= at[i] + px)) --i;  // the pixel written last there
+  T g{}, e{};
+  if (i >= 0) std::memcpy(&g, &got[at[i]], px), std::memcpy(&e, &want[at[i]], px);
+  if (o < ptrdiff_t(got.size()) && i < 0)
+    ADD_FAILURE() << where.str() << "byte " << o - (d.origin - d.begin()) << " from row 0, outside the region, was "
+                  << +want[o] << ", now " << +got[o];
+  else if (o < ptrdiff_t(got.size()))
+    ADD_FAILURE() << where.str() << "pixel (" << i % w << ", " << i / w << ") of " << (c.sources ? show(in[0][i]) : "")
+                  << (c.sources > 1 ? " and " + show(in[1][i]) : "") << ": got " << show(g) << ", want " << show(e);
+}
+
+// ---- All the calls for a function whose cases are caseAt(0..cases-1, salt).
+template <class T>
+void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& caseAt) {
+  const int px = int(sizeof(T)), large[][2] = {{4096, 3}, {257, 64}, {1, 300}, {1000, 37}};
+  // Widths 1 to 70 (every prologue, block and tail length of the row kernels) and larger regions, at
+  // least four calls a width at rotating start alignments, paddings and environments, the cases'
+  // parameters moving with the width.
+  for (int k = 1; k <= 74 && !testing::Test::HasFailure(); ++k) {
+    const int w = k <= 70 ? k : large[k - 71][0], h = k <= 70 ? 3 : large[k - 71][1], rb = w * px;
+    for (int i = 0, g = k % 16; i < std::max(cases, 4); ++i, g = (g + 5) % 16) {
+      const Case<T> c = caseAt(i % cases, k);
+      const int u = c.stepUnit;
+      const Place dst{rb + 5 * u * (i & 1), g, i % 3 == 1};
+      run(build, c, {w, h, {{rb + 3 * u, g * 7 % 16}, {rb, (g + 3) % 16, true}}, dst}, 1, kEnvs[(k + i) % 3]);
+    }
+  }
+  for (int i = 0; i < cases && !testing::Test::HasFailure(); ++i) {
+    const Case<T> c = caseAt(i, 7 * i + 3);
+    const int u = c.stepUnit;
+    // Each argument check alone, then with every later one (the first failing check's status wins).
+    for (size_t k = 0; k < c.checks.size(); ++k)
+      for (size_t last : {k, c.checks.size() - 1}) {
+        const Check all{c.checks[k].what + (last > k ? " and later" : ""),
+                        [&](Args& a) { for (size_t j = k; j <= last; ++j) c.checks[j].breaks(a); }, c.checks[k].status};
+        run<T>(build, c, {8, 3, {{8 * px + 3 * u}, {8 * px}}, {8 * px + 5 * u, 3}}, 1, kEnvs[k % 3], nullptr, &all);
+      }
+    // In place with either source; where accepted, every operand on one row, bottom-up rows, and
+    // destination rows that overlap, which must come out as if the rows ran in order.
+    for (int w : {5, 40, 131}) {
+      const int rb = w * px, pad = rb + 9 * px;
+      std::vector<Layout> ls = {{w, 5, {{pad}, {pad}}, {}, 0}, {w, 5, {{pad}, {pad}}, {}, 1}};
+      if (c.anySteps)
+        ls.insert(ls.end(), {{w, 4, {{0}, {0}}, {0}}, {w, 4, {{-rb - 3}, {-rb}}, {-rb}},
+                             {w, 4, {{0}, {0}}, {-rb - 1, 1}}, {w, 4, {{rb}, {rb + 1}}, {rb / 3 + 1, 2}}});
+      for (const Layout& l : ls)
+        if (l.inPlace < c.sources) run(build, c, l);
+    }
+    // Both sides of the parallel thresholds (width + height 127/128 and 255/256; (height >> 2) +
+    // (width >> 4) or (width >> 3) of 20/21), each with 1, 2 and 4 threads, the environment rotating;
+    // then destination rows that overlap, with several threads.
+    const LumSize sizes[] = {{100, 27}, {100, 28}, {200, 55}, {200, 56}, {160, 40},
+                             {176, 40}, {80, 40},  {88, 40},  {80, 47}};
+    for (int s = 0; s < 27; ++s) {
+      const int w = sizes[s / 3].width, rb = w * px;
+      run(build, c, {w, sizes[s / 3].height, {{rb + u}, {rb, 8, true}}, {rb + 4 + 4 * (s & 1), 5 * s % 16}}, 1 << s % 3,
+          kEnvs[(s / 3 + s) % 3]);
+    }
+    for (int s = 0; s < 4 && c.anySteps; ++s)
+      run(build, c, {200, 64, {{200 * px}, {202 * px}}, {s / 2 * 67 * px}}, 2 + s % 2 * 2);
+  }
+}
+
+}  // namespace lumtest
+
+#endif

@@ -2,8 +2,6 @@
 // so that no other test can have changed the state first.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "lum.h"
 
 namespace {

@@ -10,12 +10,9 @@ lumtest_call_misaligned:
         movl    %esp, %ebp
         pushl   %esi
         pushl   %edi
-        pushl   %ebx
         movl    16(%ebp), %ecx          /* nargs */
-        leal    0(,%ecx,4), %eax
-        movl    %esp, %edx
-        subl    %eax, %edx
-        subl    $64, %edx
+        imull   $-4, %ecx, %edx
+        leal    -64(%esp,%edx), %edx    /* room for the arguments and more */
         andl    $-16, %edx
         addl    20(%ebp), %edx          /* + offset */
         movl    %edx, %esp
@@ -23,10 +20,8 @@ lumtest_call_misaligned:
         movl    %esp, %edi
         cld
         rep movsl
-        movl    8(%ebp), %eax
-        call    *%eax
-        leal    -12(%ebp), %esp
-        popl    %ebx
+        call    *8(%ebp)
+        leal    -8(%ebp), %esp
         popl    %edi
         popl    %esi
         popl    %ebp

@@ -6,17 +6,13 @@
 
 namespace lumtest {
 
+// Each build needs the instruction sets of the builds below it, and its own.
 inline bool processorRunsBuild(int k) {
   __builtin_cpu_init();
-  switch (k) {
-    case 0: return true;
-    case 1: return __builtin_cpu_supports("mmx") && __builtin_cpu_supports("sse");
-    case 2: return processorRunsBuild(1) && __builtin_cpu_supports("sse2");
-    case 3: return processorRunsBuild(2) && __builtin_cpu_supports("sse3");
-    case 4: return processorRunsBuild(3) && __builtin_cpu_supports("ssse3");
-    case 5: return processorRunsBuild(4) && __builtin_cpu_supports("sse4.1");
-    default: return false;
-  }
+  const int own[] = {true, __builtin_cpu_supports("mmx") && __builtin_cpu_supports("sse"),
+                     __builtin_cpu_supports("sse2"), __builtin_cpu_supports("sse3"),
+                     __builtin_cpu_supports("ssse3"), __builtin_cpu_supports("sse4.1")};
+  return k >= 0 && k <= 5 && own[k] && (k == 0 || processorRunsBuild(k - 1));
 }
 
 }  // namespace lumtest

@@ -8,10 +8,7 @@
 namespace lumtest {
 
 struct ThreadCountScope {
-  explicit ThreadCountScope(int n) {
-    lumGetNumThreads(&saved);
-    lumSetNumThreads(n);
-  }
+  explicit ThreadCountScope(int n) { lumGetNumThreads(&saved), lumSetNumThreads(n); }
   ~ThreadCountScope() { lumSetNumThreads(saved); }
   int saved = 1;
 };

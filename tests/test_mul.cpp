@@ -22,11 +22,18 @@ __attribute__((target("sse"))) float sseMul(const float* a, const float* b) {
 }
 
 // A NaN operand quieted, else the product in double (exact) rounded once to float: computed on the
-// x87 under the caller's control word, so in every environment what k0 must give (NaN payloads
-// aside), and k1..k5 in the default one. Elsewhere, and between two NaNs (the first on a real
-// processor; an emulator may pick by payload), the SSE multiply decides for k1..k5.
-float mul32fReference(const float* a, const float* b, int build, const Ctx& ctx) {
-  if (build && (!ctx.defaultEnv || (std::isnan(*a) && std::isnan(*b)))) return sseMul(a, b);
+// x87 under the caller's control word, so in every environment what k0 must give (the x87 picks
+// between two NaNs by payload), and k1..k5 in the default one. Elsewhere, and between two NaNs, the
+// SSE multiply decides for k1..k5: the first NaN on a real processor. An emulator may pick by kind
+// and payload, and then a signalling NaN quieted on the way (an x87 load does that, with no effect
+// on a real processor) changes the pick: any NaN will do where one of two NaNs is signalling.
+float mul32fReference(const float* a, const float* b, int build, Ctx& ctx) {
+  const auto signalling = [](const float* x) {
+    return std::isnan(*x) && !(reinterpret_cast<const uint8_t*>(x)[2] & 0x40);  // bit 22 clear
+  };
+  const bool twoNaNs = std::isnan(*a) && std::isnan(*b);
+  ctx.anyNaN = build == 0 || (twoNaNs && (signalling(a) || signalling(b)));
+  if (build && (!ctx.defaultEnv || twoNaNs)) return sseMul(a, b);
   if (std::isnan(*a) || std::isnan(*b)) {
     uint32_t bits;
     float r;
@@ -41,11 +48,9 @@ float mul32fReference(const float* a, const float* b, int build, const Ctx& ctx)
 template <class T>
 Case<T> mulCase(int build, int sf) {
   if constexpr (std::is_same_v<T, Lum32f>) {
-    Case<T> c{"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
-              [build](const float* a, const float* b, Ctx& ctx) { return mul32fReference(a, b, build, ctx); },
-              nullAndSizeChecks(2)};
-    c.nanAgnostic = build == 0;  // the x87 picks between two NaNs by payload
-    return c;
+    return {"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
+            [build](const float* a, const float* b, Ctx& ctx) { return mul32fReference(a, b, build, ctx); },
+            nullAndSizeChecks(2)};
   } else {
     constexpr bool k8u = sizeof(T) == 1;
     constexpr int lo = k8u ? 0 : -32768, hi = k8u ? 255 : 32767;

@@ -119,8 +119,9 @@ inline std::vector<Check> nullAndSizeChecks(int sources) {
 
 // ---- A function under test in one build. Its reference gives a destination pixel from the source
 // pixels at its place (pointers into row-major copies of the sources, null where there is none); it
-// is told whether the caller's environment is the default one, and may raise a warning to return.
-struct Ctx { bool defaultEnv; LumStatus status; };
+// is told whether the caller's environment is the default one, may raise a warning to return, and
+// may let any NaN stand for the NaN it gives.
+struct Ctx { bool defaultEnv; LumStatus status; bool anyNaN; };
 template <class T>
 struct Case {
   std::string name;
@@ -132,7 +133,6 @@ struct Case {
   bool readsSources = true;  // false: the sources lie in unreadable memory
   bool anySteps = true;      // zero, negative and overlapping steps accepted
   int stepUnit = 1;          // the steps accepted are multiples of it
-  bool nanAgnostic = false;  // any NaN stands for any other
 };
 
 // Test inputs as a pixel's bits (a float passed through the x87 would have a signalling NaN quieted):
@@ -192,12 +192,13 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
   const LumStatus st = call(c.fn, a);
   bool mmxFree;
   const FpEnv after = readFp(&mmxFree);
-  Ctx ctx{&env == &kEnvs[0], lumStsNoErr};
+  Ctx ctx{&env == &kEnvs[0], lumStsNoErr, false};
   for (int i = 0; i < int(at.size()); ++i) {  // rows in order: a later row overwrites an earlier one
     at[i] = d.row(i / w) - d.begin() + i % w * px;
     T e = c.ref(c.sources ? &in[0][i] : nullptr, c.sources > 1 ? &in[1][i] : nullptr, ctx), got;
     std::memcpy(&got, d.begin() + at[i], px);
-    if (c.nanAgnostic && std::isnan(double(e)) && std::isnan(double(got))) e = got;
+    if (ctx.anyNaN && std::isnan(double(e)) && std::isnan(double(got))) e = got;
+    ctx.anyNaN = false;
     std::memcpy(&want[at[i]], &e, px);
   }
   writeFp(caller);

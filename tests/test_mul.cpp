@@ -82,8 +82,7 @@ Case<T> fillCase(int build, int value) {
           {uint32_t(value)}, {}, [value](const T*, const T*, Ctx&) { return T(value); }, nullAndSizeChecks(0)};
 }
 
-// The reference against answers worked out by hand (round half to even, then saturate); last column
-// 8 for 8u, 16 for 16s.
+// The reference against answers worked out by hand (round half to even, then saturate); 8u or 16s.
 TEST(ScaledReference, WorkedExamples) {
   const int examples[][5] = {
       {1, 1, 1, 0, 8}, {1, 3, 1, 2, 8}, {5, 1, 1, 2, 8}, {7, 1, 1, 4, 8}, {255, 255, 1, 255, 8}, {255, 255, 16, 1, 8},

@@ -45,9 +45,10 @@ inline FpEnv readFp(bool* x87RegistersFree = nullptr) {
   if (hasSse()) __asm__ __volatile__("stmxcsr %0" : "=m"(e.mxcsr)::"memory");
   return e.mxcsr &= ~0x3Fu, e;
 }
-inline void writeFp(const FpEnv& e) {
+inline FpEnv writeFp(const FpEnv& e) {
   __asm__ __volatile__("fldcw %0" ::"m"(e.x87) : "memory");
   if (hasSse()) __asm__ __volatile__("ldmxcsr %0" ::"m"(e.mxcsr) : "memory");
+  return readFp();
 }
 
 inline uint32_t word(const void* p) { return uint32_t(reinterpret_cast<uintptr_t>(p)); }
@@ -186,9 +187,7 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
   if (fault) fault->breaks(a);
   std::vector<uint8_t> want = d.bytes();
   std::vector<ptrdiff_t> at(fault ? 0 : n);  // where each pixel lies in the block
-  const FpEnv caller = readFp();
-  writeFp(env);
-  const FpEnv set = readFp();
+  const FpEnv caller = readFp(), set = writeFp(env);
   const LumStatus st = call(c.fn, a);
   bool mmxFree;
   const FpEnv after = readFp(&mmxFree);
@@ -227,12 +226,14 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
 template <class T>
 void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& caseAt) {
   const int px = int(sizeof(T)), large[][2] = {{4096, 3}, {257, 64}, {1, 300}, {1000, 37}};
+  const int edge[][2] = {{100, 27}, {100, 28}, {200, 55}, {200, 56}, {160, 40}, {176, 40},
+                         {80, 40},  {88, 40},  {80, 47}};
   // Widths 1 to 70 (every prologue, block and tail length of the row kernels) and larger regions, at
-  // least four calls a width at rotating start alignments, paddings and environments, the cases'
+  // least eight calls a width at rotating start alignments, paddings and environments, the cases'
   // parameters moving with the width.
   for (int k = 1; k <= 74 && !testing::Test::HasFailure(); ++k) {
     const int w = k <= 70 ? k : large[k - 71][0], h = k <= 70 ? 3 : large[k - 71][1], rb = w * px;
-    for (int i = 0, g = k % 16; i < std::max(cases, 4); ++i, g = (g + 5) % 16) {
+    for (int i = 0, g = k % 16; i < 2 * std::max(cases, 4); ++i, g = (g + 5) % 16) {
       const Case<T> c = caseAt(i % cases, k);
       const int u = c.stepUnit;
       const Place dst{rb + 5 * u * (i & 1), g, i % 3 == 1};
@@ -263,11 +264,9 @@ void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& case
     // Both sides of the parallel thresholds (width + height 127/128 and 255/256; (height >> 2) +
     // (width >> 4) or (width >> 3) of 20/21), each with 1, 2 and 4 threads, the environment rotating;
     // then destination rows that overlap, with several threads.
-    const LumSize sizes[] = {{100, 27}, {100, 28}, {200, 55}, {200, 56}, {160, 40},
-                             {176, 40}, {80, 40},  {88, 40},  {80, 47}};
     for (int s = 0; s < 27; ++s) {
-      const int w = sizes[s / 3].width, rb = w * px;
-      run(build, c, {w, sizes[s / 3].height, {{rb + u}, {rb, 8, true}}, {rb + 4 + 4 * (s & 1), 5 * s % 16}}, 1 << s % 3,
+      const int w = edge[s / 3][0], rb = w * px;
+      run(build, c, {w, edge[s / 3][1], {{rb + u}, {rb, 8, true}}, {rb + 4 + 4 * (s & 1), 5 * s % 16}}, 1 << s % 3,
           kEnvs[(s / 3 + s) % 3]);
     }
     for (int s = 0; s < 4 && c.anySteps; ++s)

@@ -18,8 +18,7 @@ lumtest_call_misaligned:
         movl    %edx, %esp
         movl    12(%ebp), %esi          /* args */
         movl    %esp, %edi
-        cld
-        rep movsl
+        rep movsl                       /* the direction flag is clear at calls */
         call    *8(%ebp)
         leal    -8(%ebp), %esp
         popl    %edi

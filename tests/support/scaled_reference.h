@@ -1,9 +1,7 @@
-// The reference result of the scaled integer operations, from the definition
-// with exact 64-bit integers: a * b * 2^-scaleFactor rounded to the nearest
-// integer, ties to the even one, then saturated to lo..hi. Written as a
-// floor division and a comparison of the remainder with one half, not as the
-// library's rounding shift. Beyond -40 and 41 the answer for |a * b| < 2^31
-// is settled: the sign alone after saturation, or under one half.
+// The reference result of the scaled integer operations, from the definition with exact 64-bit
+// integers: a * b * 2^-scaleFactor rounded to the nearest integer, ties to the even one, then
+// saturated to lo..hi; a floor division and a comparison of the remainder with one half, not the
+// library's rounding shift. Beyond -40 and 41, for |a * b| < 2^31, the sign alone decides.
 #ifndef LUM_TESTS_SUPPORT_SCALED_REFERENCE_H
 #define LUM_TESTS_SUPPORT_SCALED_REFERENCE_H
 

@@ -17,6 +17,13 @@ void plainMul_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u
 void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
                       int dStep, LumSize size, int scaleFactor);
 
+// Absolute difference: exact for bytes; for floats the sign of the
+// single-precision difference cleared.
+void plainAbsDiff_8u(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
+                     LumSize size);
+void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d,
+                      int dStep, LumSize size);
+
 }  // namespace lumbench
 
 #endif

@@ -83,6 +83,20 @@ bool writePgm(const std::string& path, const std::vector<unsigned char>& pixels,
   return std::fclose(f) == 0 && ok;
 }
 
+// Writes each named image into dir and says so; false when one fails.
+bool writeImages(const std::string& dir,
+                 std::initializer_list<std::pair<const char*, const std::vector<Lum8u>*>> images) {
+  bool ok = true;
+  for (const auto& [name, pixels] : images) {
+    const std::string path = dir + "/" + name;
+    if (writePgm(path, *pixels, kWidth, kHeight))
+      std::printf("  wrote %s\n", path.c_str());
+    else
+      ok = false, std::printf("  cannot write %s\n", path.c_str());
+  }
+  return ok;
+}
+
 // A test card: a diagonal gradient times a ring pattern.
 void makeFloatImages(std::vector<float>& gradient, std::vector<float>& rings) {
   gradient.resize(kWidth * kHeight);
@@ -109,6 +123,19 @@ void makeByteImages(std::vector<Lum8u>& scene, std::vector<Lum8u>& gain) {
       scene[y * kWidth + x] =
           static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(r2) * 60.0f));
       gain[y * kWidth + x] = static_cast<Lum8u>(96.0f + 160.0f * std::max(0.0f, 1.0f - 2.0f * r2) - 0.5f);
+    }
+}
+
+// Frame t of a moving scene: a textured disc drifting right and down over
+// the still 8-bit scene, as a camera over a static background would see it.
+void makeFrame(const std::vector<Lum8u>& scene, int t, std::vector<Lum8u>& frame) {
+  frame = scene;
+  const float cx = 300.0f + 14.0f * t, cy = 300.0f + 6.0f * t, radius = 120.0f;
+  for (int y = 0; y < kHeight; ++y)
+    for (int x = 0; x < kWidth; ++x) {
+      const float dx = x - cx, dy = y - cy;
+      if (dx * dx + dy * dy < radius * radius)
+        frame[y * kWidth + x] = static_cast<Lum8u>(200 + 40 * ((((x - int(cx)) >> 3) ^ ((y - int(cy)) >> 3)) & 1));
     }
 }
 
@@ -176,11 +203,8 @@ int main(int argc, char** argv) {
     return lumiMul_32f_C1R(gradient.data(), kWidth * 4, rings.data(), kWidth * 4, product.data(),
                            kWidth * 4, {kWidth, kHeight});
   });
-  const std::string path = dir + "/lumdemo_mul_32f.pgm";
-  if (writePgm(path, toGray(product), kWidth, kHeight))
-    std::printf("  wrote %s\n", path.c_str());
-  else
-    ok = false, std::printf("  cannot write %s\n", path.c_str());
+  const std::vector<unsigned char> productGray = toGray(product);
+  ok &= writeImages(dir, {{"lumdemo_mul_32f.pgm", &productGray}});
 
   // Brightness by a gain map: scene * gain / 2^7, rounded half to even and
   // saturated at 255.
@@ -190,14 +214,33 @@ int main(int argc, char** argv) {
     return lumiMul_8u_C1RSfs(scene.data(), kWidth, gain.data(), kWidth, brightened.data(), kWidth,
                              {kWidth, kHeight}, 7);
   });
-  for (const auto& [name, pixels] : {std::make_pair("lumdemo_scene_8u.pgm", &scene),
-                                     std::make_pair("lumdemo_mul_8u.pgm", &brightened)}) {
-    const std::string out = dir + "/" + name;
-    if (writePgm(out, *pixels, kWidth, kHeight))
-      std::printf("  wrote %s\n", out.c_str());
-    else
-      ok = false, std::printf("  cannot write %s\n", out.c_str());
-  }
+  ok &= writeImages(dir, {{"lumdemo_scene_8u.pgm", &scene}, {"lumdemo_mul_8u.pgm", &brightened}});
+
+  // A motion map: the absolute difference of two frames of the moving
+  // scene, bright where something moved, black where nothing did; in bytes,
+  // and in floats on the same frames.
+  std::vector<Lum8u> frame0, frame1, motion(kWidth * kHeight);
+  makeFrame(scene, 0, frame0);
+  makeFrame(scene, 1, frame1);
+  ok &= runInEveryBuild("lumiAbsDiff_8u_C1R: motion between two frames", motion, [&] {
+    return lumiAbsDiff_8u_C1R(frame0.data(), kWidth, frame1.data(), kWidth, motion.data(), kWidth,
+                              {kWidth, kHeight});
+  });
+  std::vector<float> float0(frame0.begin(), frame0.end()), float1(frame1.begin(), frame1.end());
+  std::vector<float> motion32f(kWidth * kHeight);
+  ok &= runInEveryBuild("lumiAbsDiff_32f_C1R: the same frames as floats", motion32f, [&] {
+    return lumiAbsDiff_32f_C1R(float0.data(), kWidth * 4, float1.data(), kWidth * 4,
+                               motion32f.data(), kWidth * 4, {kWidth, kHeight});
+  });
+  for (size_t i = 0; i < motion.size(); ++i)
+    if (motion32f[i] != static_cast<float>(motion[i])) {
+      std::printf("  the float motion map differs from the byte one at pixel %zu\n", i);
+      ok = false;
+      break;
+    }
+  ok &= writeImages(dir, {{"lumdemo_frame0_8u.pgm", &frame0},
+                          {"lumdemo_frame1_8u.pgm", &frame1},
+                          {"lumdemo_motion_8u.pgm", &motion}});
 
   std::printf("\n%s\n", ok ? "demo ok" : "demo FAILED");
   return ok ? 0 : 1;

@@ -225,6 +225,22 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
 
+/* pDst = |pSrc1 - pSrc2|, exact for 8u; for 32f one single-precision
+   subtraction with the sign bit then cleared (a NaN keeps its payload with
+   the sign clear, -0 becomes +0). Statuses in the order checked:
+   lumStsNullPtrErr (pSrc1, pSrc2, pDst), lumStsSizeErr (width, height below
+   1), lumStsStepErr (a step below the row's bytes: width, or 4 * width for
+   32f), and for 32f lumStsStepNotPixelMultipleErr (a step not a multiple of
+   4). Pointers need no alignment. The destination may be one of the sources
+   exactly; other overlaps are undefined. Large 32f regions (the three images
+   together at least the largest cache) are written with streaming stores. */
+LUM_API LumStatus lumiAbsDiff_8u_C1R(const Lum8u* pSrc1, int src1Step,
+                                     const Lum8u* pSrc2, int src2Step,
+                                     Lum8u* pDst, int dstStep, LumSize roiSize);
+LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
+                                      const Lum32f* pSrc2, int src2Step,
+                                      Lum32f* pDst, int dstStep, LumSize roiSize);
+
 /* ---- Dispatch tables ----------------------------------------------------
    One writable six-entry table per dispatched function, entry i holding the
    function of build i. Filled at load time; the library never changes them. */
@@ -234,6 +250,10 @@ LUM_API extern LumStatus (*lumiMul_8u_C1RSfs_arraddr[6])(
 LUM_API extern LumStatus (*lumiMul_16s_C1RSfs_arraddr[6])(
     const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
 LUM_API extern LumStatus (*lumiMul_32f_C1R_arraddr[6])(
+    const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiAbsDiff_8u_C1R_arraddr[6])(
+    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize);
+LUM_API extern LumStatus (*lumiAbsDiff_32f_C1R_arraddr[6])(
     const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
 
 #ifdef __cplusplus

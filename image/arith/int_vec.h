@@ -37,6 +37,8 @@ inline Vec vLoad(const void* p) { return *static_cast<const Vec8Unaligned*>(p); 
 inline Vec vLoadAligned(const void* p) { return vLoad(p); }
 inline void vStore(void* p, Vec v) { *static_cast<Vec8Unaligned*>(p) = v; }
 inline void vStoreAligned(void* p, Vec v) { vStore(p, v); }
+// A non-temporal store, past the caches; needs no alignment.
+inline void vStream(void* p, Vec v) { _mm_stream_pi(static_cast<Vec*>(p), v); }
 
 inline Vec vZero() { return _mm_setzero_si64(); }
 inline Vec vSet16(int v) { return _mm_set1_pi16(static_cast<short>(v)); }
@@ -56,6 +58,8 @@ inline Vec vPackUS16(Vec a, Vec b) { return _mm_packs_pu16(a, b); }
 inline Vec vPackS32(Vec a, Vec b) { return _mm_packs_pi32(a, b); }
 
 inline Vec vCmpEq8(Vec a, Vec b) { return _mm_cmpeq_pi8(a, b); }
+inline Vec vAdd8(Vec a, Vec b) { return _mm_add_pi8(a, b); }
+inline Vec vSubsU8(Vec a, Vec b) { return _mm_subs_pu8(a, b); }
 inline Vec vCmpEq16(Vec a, Vec b) { return _mm_cmpeq_pi16(a, b); }
 inline Vec vAdd16(Vec a, Vec b) { return _mm_add_pi16(a, b); }
 inline Vec vSub16(Vec a, Vec b) { return _mm_sub_pi16(a, b); }
@@ -89,6 +93,8 @@ inline Vec vLoad(const void* p) { return _mm_loadu_si128(static_cast<const Vec*>
 inline Vec vLoadAligned(const void* p) { return _mm_load_si128(static_cast<const Vec*>(p)); }
 inline void vStore(void* p, Vec v) { _mm_storeu_si128(static_cast<Vec*>(p), v); }
 inline void vStoreAligned(void* p, Vec v) { _mm_store_si128(static_cast<Vec*>(p), v); }
+// A non-temporal store, past the caches; p 16-byte aligned.
+inline void vStream(void* p, Vec v) { _mm_stream_si128(static_cast<Vec*>(p), v); }
 
 inline Vec vZero() { return _mm_setzero_si128(); }
 inline Vec vSet16(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
@@ -108,6 +114,8 @@ inline Vec vPackUS16(Vec a, Vec b) { return _mm_packus_epi16(a, b); }
 inline Vec vPackS32(Vec a, Vec b) { return _mm_packs_epi32(a, b); }
 
 inline Vec vCmpEq8(Vec a, Vec b) { return _mm_cmpeq_epi8(a, b); }
+inline Vec vAdd8(Vec a, Vec b) { return _mm_add_epi8(a, b); }
+inline Vec vSubsU8(Vec a, Vec b) { return _mm_subs_epu8(a, b); }
 inline Vec vCmpEq16(Vec a, Vec b) { return _mm_cmpeq_epi16(a, b); }
 inline Vec vAdd16(Vec a, Vec b) { return _mm_add_epi16(a, b); }
 inline Vec vSub16(Vec a, Vec b) { return _mm_sub_epi16(a, b); }

@@ -1,0 +1,98 @@
+// Absolute difference per build at 256x256 and 4096x4096, beside the plain
+// loop and memcpy; for floats also just below and at the cache switch of
+// k2, k4 and k5, and the cached kernel against the streaming one directly.
+#include "bench_common.h"
+#include "core/lum_internal.h"
+#include "plain_loops.h"
+
+#define LUM_TAG k5
+#include "image/kernels.inc"
+#undef LUM_TAG
+
+namespace {
+
+using lumbench::Buffer;
+
+template <class T>
+using AbsDiff = LumStatus (*)(const T*, int, const T*, int, T*, int, LumSize);
+
+// Finite float operands: the pattern bytes as floats may be NaN or denormal.
+template <class T>
+void fill(Buffer& a, Buffer& b) {
+  if (sizeof(T) == 1) return;
+  for (size_t i = 0; i < a.bytes() / 4; ++i) {
+    a.as<float>()[i] = 1.0f + static_cast<float>(i % 251) / 256.0f;
+    b.as<float>()[i] = 0.5f + static_cast<float>(i % 241) / 512.0f;
+  }
+}
+
+template <class T, class Fn>
+void runAbsDiff(benchmark::State& st, Fn fn, int w, int h) {
+  const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
+  Buffer a(bytes), b(bytes), d(bytes);
+  fill<T>(a, b);
+  const int step = w * static_cast<int>(sizeof(T));
+  for (auto _ : st) {
+    fn(a.as<T>(), step, b.as<T>(), step, d.as<T>(), step, LumSize{w, h});
+    benchmark::ClobberMemory();
+  }
+  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
+}
+
+template <class T>
+void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plain, int w, int h) {
+  const std::string size = lumbench::sizeName(w, h);
+  for (int k = 0; k < 6; ++k)
+    if (lumbench::buildSupported(k))
+      benchmark::RegisterBenchmark((std::string(family) + "/k" + std::to_string(k) + "/" + size).c_str(),
+                                   runAbsDiff<T, AbsDiff<T>>, table[k], w, h);
+  if (lumbench::buildSupported(5))
+    benchmark::RegisterBenchmark((std::string(family) + "/plain/" + size).c_str(), runAbsDiff<T, AbsDiff<T>>,
+                                 plain, w, h);
+  lumbench::registerMemcpy(family, w, h, static_cast<size_t>(w) * h * sizeof(T));
+}
+
+LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s) {
+  lumbench::plainAbsDiff_8u(a, as, b, bs, d, ds, s);
+  return lumStsNoErr;
+}
+LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
+  lumbench::plainAbsDiff_32f(a, as, b, bs, d, ds, s);
+  return lumStsNoErr;
+}
+
+// The two float kernels of k5 on the same region, whatever the switch says.
+template <bool kStreaming>
+LumStatus k5Kernel(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
+  const auto* pa = reinterpret_cast<const unsigned char*>(a);
+  const auto* pb = reinterpret_cast<const unsigned char*>(b);
+  auto* pd = reinterpret_cast<unsigned char*>(d);
+  return kStreaming ? lum::k5::ownAbsDiff_32f_C1R_K2_B(pa, as, pb, bs, pd, ds, 4 * s.width, s.height)
+                    : lum::k5::ownAbsDiff_32f_C1R_K2(pa, as, pb, bs, pd, ds, 4 * s.width, s.height);
+}
+
+const int registered = [] {
+  for (const int n : {256, 4096}) {
+    registerFamily<Lum8u>("AbsDiff_8u", lumiAbsDiff_8u_C1R_arraddr, plain8u, n, n);
+    registerFamily<Lum32f>("AbsDiff_32f", lumiAbsDiff_32f_C1R_arraddr, plain32f, n, n);
+  }
+  // The switch: 1024-pixel rows, one row below it and one above, when the
+  // processor reports a cache.
+  int cache = 0;
+  if (lumGetMaxCacheSizeB(&cache) == lumStsNoErr && cache >= 12 * 1024 * 2) {
+    const int rows = cache / (12 * 1024);
+    registerFamily<Lum32f>("AbsDiff_32f_below_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows - 1);
+    registerFamily<Lum32f>("AbsDiff_32f_above_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows + 1);
+  }
+  if (lumbench::buildSupported(5))
+    for (const int n : {1024, 4096}) {
+      const std::string size = lumbench::sizeName(n, n);
+      benchmark::RegisterBenchmark(("AbsDiff_32f_kernels/cached/" + size).c_str(),
+                                   runAbsDiff<Lum32f, AbsDiff<Lum32f>>, k5Kernel<false>, n, n);
+      benchmark::RegisterBenchmark(("AbsDiff_32f_kernels/streaming/" + size).c_str(),
+                                   runAbsDiff<Lum32f, AbsDiff<Lum32f>>, k5Kernel<true>, n, n);
+    }
+  return 0;
+}();
+
+}  // namespace

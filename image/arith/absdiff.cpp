@@ -1,0 +1,296 @@
+// lumiAbsDiff_8u_C1R / lumiAbsDiff_32f_C1R: pDst = |pSrc1 - pSrc2| per pixel,
+// and their row-loop kernels ownAbsDiff_*.
+//
+// 8u differences are exact: (a -sat b) + (b -sat a), one of the two terms
+// always 0, with no widening. A 32f difference is one single-precision
+// subtraction, its sign bit then cleared: a NaN stays NaN with the sign
+// clear, -0 becomes +0. The generic build subtracts on the x87, which rounds
+// the exact difference of two floats once to single when it is stored, and
+// takes the x87 absolute value, which also just clears the sign.
+//
+// The kernels walk each row with one negative byte counter from the row's
+// end, so one index serves all three images: 32-byte blocks, then (8u)
+// 8-byte pieces, then single pixels. They differ on purpose in how they
+// store and prefetch: a region larger than the cache is written past it.
+#include "image/arith/int_vec.h"
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+// The checks of both functions, in order: pointers, sizes, then steps of at
+// least one row (any sign compared as signed), then for floats steps that
+// are whole pixels.
+LumStatus absDiffChecks(const void* a, int aStep, const void* b, int bStep, const void* d,
+                        int dStep, LumSize roi, int pixelBytes) {
+  if (a == nullptr || b == nullptr || d == nullptr) return lumStsNullPtrErr;
+  if (roi.width < 1 || roi.height < 1) return lumStsSizeErr;
+  const long long rowBytes = static_cast<long long>(roi.width) * pixelBytes;
+  if (aStep < rowBytes || bStep < rowBytes || dStep < rowBytes) return lumStsStepErr;
+  if (((aStep | bStep | dStep) & (pixelBytes - 1)) != 0) return lumStsStepNotPixelMultipleErr;
+  return lumStsNoErr;
+}
+
+// ---- One pixel ------------------------------------------------------------------
+
+inline Lum8u absDiff8u(Lum8u a, Lum8u b) {
+  const int ab = a > b ? a - b : 0, ba = b > a ? b - a : 0;
+  return static_cast<Lum8u>(ab + ba);
+}
+
+#if LUM_BUILD == 0
+inline Lum32f absDiff32f(Lum32f a, Lum32f b) { return __builtin_fabsf(a - b); }
+#else
+// The sign-bit mask of four float lanes.
+inline __m128 signClear() { return _mm_set1_ps(__builtin_bit_cast(float, 0x7FFFFFFFu)); }
+// In k1..k5 a single pixel takes the same SSE subtraction as the blocks, so
+// that flush-to-zero and denormals-are-zero apply alike at every position.
+inline Lum32f absDiff32f(Lum32f a, Lum32f b) {
+  return _mm_cvtss_f32(_mm_and_ps(_mm_sub_ss(_mm_set_ss(a), _mm_set_ss(b)), signClear()));
+}
+#endif
+
+// ---- The generic build: four pixels a step, then one --------------------------------
+
+template <class T, class Fn>
+void absDiffGeneric(const T* a, int aStep, const T* b, int bStep, T* d, int dStep, LumSize roi,
+                    const Fn& fn) {
+  const auto one = [&](const T* ra, const T* rb, T* rd, int x) {
+    storePixel(rd + x, fn(loadPixel(ra + x), loadPixel(rb + x)));
+  };
+  for (int y = 0; y < roi.height; ++y) {
+    const T* ra = rowAt(a, aStep, y);
+    const T* rb = rowAt(b, bStep, y);
+    T* rd = rowAt(d, dStep, y);
+    int x = 0;
+    for (; x <= roi.width - 4; x += 4) {
+      one(ra, rb, rd, x);
+      one(ra, rb, rd, x + 1);
+      one(ra, rb, rd, x + 2);
+      one(ra, rb, rd, x + 3);
+    }
+    for (; x < roi.width; ++x) one(ra, rb, rd, x);
+  }
+}
+
+#if LUM_BUILD >= 1
+
+// ---- The vector kernels ---------------------------------------------------------------
+// A pixel type's registers: R holds kBytes bytes of pixels; diff() is the
+// absolute difference of two registers, pixel() of one pixel at any address.
+
+struct Bytes {
+  using R = Vec;
+  static constexpr int kBytes = kVecBytes, kPixelBytes = 1;
+  static constexpr bool kEightByteStage = true;
+  static R load(const uint8_t* p, bool aligned) { return aligned ? vLoadAligned(p) : vLoad(p); }
+  static void store(uint8_t* p, R v, bool aligned) { aligned ? vStoreAligned(p, v) : vStore(p, v); }
+  static void stream(uint8_t* p, R v) { vStream(p, v); }
+  static R diff(R a, R b) { return vAdd8(vSubsU8(a, b), vSubsU8(b, a)); }
+  static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) { *d = absDiff8u(*a, *b); }
+  // The 8-byte stage: one MMX register in k1, the low half of one from k2 on.
+  static void eightBytes(const uint8_t* a, const uint8_t* b, uint8_t* d) {
+#if LUM_BUILD == 1
+    vStore(d, diff(vLoad(a), vLoad(b)));
+#else
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
+                     diff(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
+                          _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b))));
+#endif
+  }
+};
+
+struct Floats {
+  using R = __m128;
+  static constexpr int kBytes = 16, kPixelBytes = 4;
+  static constexpr bool kEightByteStage = false;
+  static R load(const uint8_t* p, bool aligned) {
+    const float* f = reinterpret_cast<const float*>(p);
+    return aligned ? _mm_load_ps(f) : _mm_loadu_ps(f);
+  }
+  static void store(uint8_t* p, R v, bool aligned) {
+    float* f = reinterpret_cast<float*>(p);
+    aligned ? _mm_store_ps(f, v) : _mm_storeu_ps(f, v);
+  }
+  static void stream(uint8_t* p, R v) { _mm_stream_ps(reinterpret_cast<float*>(p), v); }
+  static R diff(R a, R b) { return _mm_and_ps(_mm_sub_ps(a, b), signClear()); }
+  static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) {
+    storePixel(reinterpret_cast<float*>(d), absDiff32f(loadPixel(reinterpret_cast<const float*>(a)),
+                                                       loadPixel(reinterpret_cast<const float*>(b))));
+  }
+  static void eightBytes(const uint8_t*, const uint8_t*, uint8_t*) {}
+};
+
+// One body of a kernel over all rows: aligned loads and stores (every pointer
+// and step a multiple of 16) or unaligned ones, non-temporal stores in the
+// blocks or ordinary ones, both sources prefetched 64 bytes beyond the start
+// of each block or not.
+template <class L, bool kAligned, bool kStream, bool kPrefetch>
+void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d, int dStep,
+                 int rowBytes, int height) {
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* ra = rowAt(a, aStep, y) + rowBytes;
+    const uint8_t* rb = rowAt(b, bStep, y) + rowBytes;
+    uint8_t* rd = rowAt(d, dStep, y) + rowBytes;
+    int i = -rowBytes;
+    for (; i <= -32; i += 32) {
+      if (kPrefetch) {
+        _mm_prefetch(reinterpret_cast<const char*>(ra + i + 64), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(rb + i + 64), _MM_HINT_T0);
+      }
+      for (int r = 0; r < 32; r += L::kBytes) {
+        const typename L::R v = L::diff(L::load(ra + i + r, kAligned), L::load(rb + i + r, kAligned));
+        if (kStream)
+          L::stream(rd + i + r, v);
+        else
+          L::store(rd + i + r, v, kAligned);
+      }
+    }
+    if (L::kEightByteStage)
+      for (; i <= -8; i += 8) L::eightBytes(ra + i, rb + i, rd + i);
+    for (; i < 0; i += L::kPixelBytes) L::pixel(ra + i, rb + i, rd + i);
+  }
+}
+
+// The two bodies of a kernel: every pointer and step a multiple of 16,
+// tested once per call, and every row takes the aligned body (streamed when
+// kStreamAligned), otherwise every row the unaligned one.
+template <class L, bool kStreamAligned, bool kPrefetch>
+void absDiffRegion(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d, int dStep,
+                   int rowBytes, int height) {
+  const uintptr_t bits = reinterpret_cast<uintptr_t>(a) | reinterpret_cast<uintptr_t>(b) |
+                         reinterpret_cast<uintptr_t>(d) |
+                         static_cast<uintptr_t>(aStep | bStep | dStep);
+  if ((bits & 15) == 0)
+    absDiffRows<L, true, kStreamAligned, kPrefetch>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  else
+    absDiffRows<L, false, false, kPrefetch>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+}
+
+#endif  // LUM_BUILD >= 1
+
+}  // namespace
+
+#if LUM_BUILD >= 1
+
+// ---- The named kernels, in the builds that use them ----------------------------------
+// Arguments checked by the caller; the byte pointers are the images' own.
+
+#define LUM_ABSDIFF_KERNEL(name)                                                              \
+  LumStatus name(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d, int dStep, \
+                 int rowBytes, int height)
+
+#if LUM_BUILD == 1
+// Four MMX registers a block, streamed whatever the alignment; no fence.
+LUM_ABSDIFF_KERNEL(ownAbsDiff_8u_C1R_K1) {
+  absDiffRows<Bytes, false, true, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  vEnd();
+  return lumStsNoErr;
+}
+#endif
+
+#if LUM_BUILD == 1 || LUM_BUILD == 3
+// Aligned rows streamed, unaligned ones stored; both prefetched; no fence.
+LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K1) {
+  absDiffRegion<Floats, true, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  return lumStsNoErr;
+}
+#endif
+
+#if LUM_BUILD >= 2
+LUM_ABSDIFF_KERNEL(ownAbsDiff_8u_C1R_K2) {
+  absDiffRegion<Bytes, false, false>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  return lumStsNoErr;
+}
+#endif
+
+#if LUM_BUILD == 2 || LUM_BUILD >= 4
+// For regions that fit in the cache: ordinary stores, sources prefetched.
+LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K2) {
+  absDiffRegion<Floats, false, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  return lumStsNoErr;
+}
+
+// For larger ones: aligned rows streamed past the cache, no prefetch, and
+// one fence after the last row so the streamed stores are in order with
+// whatever the caller stores next.
+LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K2_B) {
+  absDiffRegion<Floats, true, false>(a, aStep, b, bStep, d, dStep, rowBytes, height);
+  _mm_sfence();
+  return lumStsNoErr;
+}
+
+// Whether a float region streams: its three images, width x height x 12
+// bytes as a wrapping signed 32-bit product, reach the largest cache. A
+// failed cache query counts as a cache of 0 bytes.
+bool ownAbsDiffStreams_32f(int width, int height) {
+  int cache = 0;
+  (void)lumGetMaxCacheSizeB(&cache);
+  const uint32_t h = static_cast<uint32_t>(height);
+  const int bytes = static_cast<int>((h * 8u + h * 4u) * static_cast<uint32_t>(width));
+  return !(bytes < cache);
+}
+#endif
+
+#undef LUM_ABSDIFF_KERNEL
+
+#endif  // LUM_BUILD >= 1
+
+LUM_END_BUILD
+
+// ---- The image functions --------------------------------------------------------------
+
+namespace {
+
+template <class T>
+const uint8_t* bytesOf(const T* p) {
+  return reinterpret_cast<const uint8_t*>(p);
+}
+template <class T>
+uint8_t* bytesOf(T* p) {
+  return reinterpret_cast<uint8_t*>(p);
+}
+
+}  // namespace
+
+extern "C" LumStatus LUM_ENTRY(lumiAbsDiff_8u_C1R)(const Lum8u* pSrc1, int src1Step,
+                                                   const Lum8u* pSrc2, int src2Step, Lum8u* pDst,
+                                                   int dstStep, LumSize roiSize) {
+  using namespace lum::LUM_TAG;
+  const LumStatus st = absDiffChecks(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, 1);
+  if (st != lumStsNoErr) return st;
+#if LUM_BUILD == 0
+  absDiffGeneric(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, absDiff8u);
+#elif LUM_BUILD == 1
+  ownAbsDiff_8u_C1R_K1(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize.width,
+                       roiSize.height);
+#else
+  ownAbsDiff_8u_C1R_K2(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize.width,
+                       roiSize.height);
+#endif
+  return lumStsNoErr;
+}
+
+extern "C" LumStatus LUM_ENTRY(lumiAbsDiff_32f_C1R)(const Lum32f* pSrc1, int src1Step,
+                                                    const Lum32f* pSrc2, int src2Step,
+                                                    Lum32f* pDst, int dstStep, LumSize roiSize) {
+  using namespace lum::LUM_TAG;
+  const LumStatus st = absDiffChecks(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, 4);
+  if (st != lumStsNoErr) return st;
+#if LUM_BUILD == 0
+  absDiffGeneric(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, absDiff32f);
+#else
+  const uint8_t *a = bytesOf(pSrc1), *b = bytesOf(pSrc2);
+  uint8_t* d = bytesOf(pDst);
+  const int rowBytes = 4 * roiSize.width;
+#if LUM_BUILD == 1 || LUM_BUILD == 3
+  ownAbsDiff_32f_C1R_K1(a, src1Step, b, src2Step, d, dstStep, rowBytes, roiSize.height);
+#else
+  if (ownAbsDiffStreams_32f(roiSize.width, roiSize.height))
+    ownAbsDiff_32f_C1R_K2_B(a, src1Step, b, src2Step, d, dstStep, rowBytes, roiSize.height);
+  else
+    ownAbsDiff_32f_C1R_K2(a, src1Step, b, src2Step, d, dstStep, rowBytes, roiSize.height);
+#endif
+#endif
+  return lumStsNoErr;
+}

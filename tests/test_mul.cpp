@@ -12,44 +12,13 @@ namespace {
 
 using namespace lumtest;
 
-// The SSE multiply k1..k5 compute with, under the caller's MXCSR, the first operand in the
-// destination register. By address: a float passed by value goes through the x87, which would
-// quiet a signalling NaN.
-__attribute__((target("sse"))) float sseMul(const float* a, const float* b) {
-  float r;
-  __asm__ __volatile__("movss %1, %0\n\tmulss %2, %0" : "=&x"(r) : "m"(*a), "m"(*b));
-  return r;
-}
-
-// A NaN operand quieted, else the product in double (exact) rounded once to float: computed on the
-// x87 under the caller's control word, so in every environment what k0 must give (the x87 picks
-// between two NaNs by payload), and k1..k5 in the default one. Elsewhere, and between two NaNs, the
-// SSE multiply decides for k1..k5: the first NaN on a real processor. An emulator may pick by kind
-// and payload, and then a signalling NaN quieted on the way (an x87 load does that, with no effect
-// on a real processor) changes the pick: any NaN will do where one of two NaNs is signalling.
-float mul32fReference(const float* a, const float* b, int build, Ctx& ctx) {
-  const auto signalling = [](const float* x) {
-    return std::isnan(*x) && !(reinterpret_cast<const uint8_t*>(x)[2] & 0x40);  // bit 22 clear
-  };
-  const bool twoNaNs = std::isnan(*a) && std::isnan(*b);
-  ctx.anyNaN = build == 0 || (twoNaNs && (signalling(a) || signalling(b)));
-  if (build && (!ctx.defaultEnv || twoNaNs)) return sseMul(a, b);
-  if (std::isnan(*a) || std::isnan(*b)) {
-    uint32_t bits;
-    float r;
-    std::memcpy(&bits, std::isnan(*a) ? a : b, 4);
-    bits |= 0x400000;  // quiet
-    return std::memcpy(&r, &bits, 4), r;
-  }
-  volatile float rounded = float(double(*a) * *b);
-  return rounded;
-}
-
 template <class T>
 Case<T> mulCase(int build, int sf) {
   if constexpr (std::is_same_v<T, Lum32f>) {
     return {"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
-            [build](const float* a, const float* b, Ctx& ctx) { return mul32fReference(a, b, build, ctx); },
+            [build](const float* a, const float* b, Ctx& ctx) {
+                return floatReference(a, b, build, ctx, sseMul, [](double x, double y) { return x * y; });
+              },
             nullAndSizeChecks(2)};
   } else {
     constexpr bool k8u = sizeof(T) == 1;

@@ -111,6 +111,11 @@ inline bool rowsApart(int step, int width, int pixelBytes) {
   return magnitude >= static_cast<long long>(width) * pixelBytes;
 }
 
+template <class Body>
+inline void serialRows(int height, const Body& body) {
+  for (int y = 0; y < height; ++y) body(y);
+}
+
 // Runs body(i) for i = 0..pieces-1. When `apart` says the pieces write
 // disjoint memory, in a parallel region of the team ownGetTeamSize allows,
 // thread t taking the t-th of as many equal runs of pieces (the first
@@ -121,10 +126,7 @@ inline bool rowsApart(int step, int width, int pixelBytes) {
 template <class Body>
 inline void parallelRows(int pieces, bool apart, const Body& body) {
   const int team = apart ? ownGetTeamSize(pieces) : 1;
-  if (team == 1) {
-    for (int i = 0; i < pieces; ++i) body(i);
-    return;
-  }
+  if (team == 1) return serialRows(pieces, body);
   const FpControl caller = readFpControl();
   unsigned raised = 0;
 #pragma omp parallel num_threads(team)
@@ -137,11 +139,6 @@ inline void parallelRows(int pieces, bool apart, const Body& body) {
     __atomic_fetch_or(&raised, scope.finish(), __ATOMIC_RELAXED);
   }
   raiseFpFlags(raised);
-}
-
-template <class Body>
-inline void serialRows(int height, const Body& body) {
-  for (int y = 0; y < height; ++y) body(y);
 }
 
 LUM_END_BUILD

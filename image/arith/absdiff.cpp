@@ -40,14 +40,6 @@ inline Lum8u absDiff8u(Lum8u a, Lum8u b) {
 
 #if LUM_BUILD == 0
 inline Lum32f absDiff32f(Lum32f a, Lum32f b) { return __builtin_fabsf(a - b); }
-#else
-// The sign-bit mask of four float lanes.
-inline __m128 signClear() { return _mm_set1_ps(__builtin_bit_cast(float, 0x7FFFFFFFu)); }
-// In k1..k5 a single pixel takes the same SSE subtraction as the blocks, so
-// that flush-to-zero and denormals-are-zero apply alike at every position.
-inline Lum32f absDiff32f(Lum32f a, Lum32f b) {
-  return _mm_cvtss_f32(_mm_and_ps(_mm_sub_ss(_mm_set_ss(a), _mm_set_ss(b)), signClear()));
-}
 #endif
 
 // ---- The generic build: four pixels a step, then one --------------------------------
@@ -113,10 +105,15 @@ struct Floats {
     aligned ? _mm_store_ps(f, v) : _mm_storeu_ps(f, v);
   }
   static void stream(uint8_t* p, R v) { _mm_stream_ps(reinterpret_cast<float*>(p), v); }
-  static R diff(R a, R b) { return _mm_and_ps(_mm_sub_ps(a, b), signClear()); }
+  static R diff(R a, R b) {
+    return _mm_and_ps(_mm_sub_ps(a, b), _mm_set1_ps(__builtin_bit_cast(float, 0x7FFFFFFFu)));
+  }
+  // A single pixel in lane 0 of the blocks' own operation, so that
+  // flush-to-zero and denormals-are-zero apply alike at every position.
   static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) {
-    storePixel(reinterpret_cast<float*>(d), absDiff32f(loadPixel(reinterpret_cast<const float*>(a)),
-                                                       loadPixel(reinterpret_cast<const float*>(b))));
+    const R v = diff(_mm_set_ss(loadPixel(reinterpret_cast<const float*>(a))),
+                     _mm_set_ss(loadPixel(reinterpret_cast<const float*>(b))));
+    storePixel(reinterpret_cast<float*>(d), _mm_cvtss_f32(v));
   }
   static void eightBytes(const uint8_t*, const uint8_t*, uint8_t*) {}
 };

@@ -116,6 +116,28 @@ inline void serialRows(int height, const Body& body) {
   for (int y = 0; y < height; ++y) body(y);
 }
 
+// Runs body(t, n) on every thread t of a team of n threads, asking the
+// runtime for `team` (the runtime may give fewer; when it declines to fork,
+// the calling thread runs body(0, 1) alone). Each worker runs under the
+// caller's floating-point control and the flags it raises reach the caller.
+// Returns the sum of what the bodies returned.
+template <class Body>
+inline int teamRegion(int team, const Body& body) {
+  const FpControl caller = readFpControl();
+  unsigned raised = 0;
+  int sum = 0;
+#pragma omp parallel num_threads(team)
+  {
+    const int n = omp_get_num_threads(), t = omp_get_thread_num();
+    CallerFpScope scope(caller, t != 0);
+    const int r = body(t, n);
+    __atomic_fetch_or(&raised, scope.finish(), __ATOMIC_RELAXED);
+    if (r != 0) __atomic_fetch_add(&sum, r, __ATOMIC_RELAXED);
+  }
+  raiseFpFlags(raised);
+  return sum;
+}
+
 // Runs body(i) for i = 0..pieces-1. When `apart` says the pieces write
 // disjoint memory, in a parallel region of the team ownGetTeamSize allows,
 // thread t taking the t-th of as many equal runs of pieces (the first
@@ -127,18 +149,33 @@ template <class Body>
 inline void parallelRows(int pieces, bool apart, const Body& body) {
   const int team = apart ? ownGetTeamSize(pieces) : 1;
   if (team == 1) return serialRows(pieces, body);
-  const FpControl caller = readFpControl();
-  unsigned raised = 0;
-#pragma omp parallel num_threads(team)
-  {
-    const int n = omp_get_num_threads(), t = omp_get_thread_num();
+  teamRegion(team, [&](int t, int n) {
     const int q = pieces / n, r = pieces % n;
     const int from = t * q + (t < r ? t : r), to = from + q + (t < r ? 1 : 0);
-    CallerFpScope scope(caller, t != 0);
     for (int i = from; i < to; ++i) body(i);
-    __atomic_fetch_or(&raised, scope.finish(), __ATOMIC_RELAXED);
-  }
-  raiseFpFlags(raised);
+    return 0;
+  });
+}
+
+// Cuts `total` items (rows, elements) between the threads of a region of
+// `team`: every thread takes total / n items in order and the last one also
+// the total % n left over, n being the team the runtime actually gave. The
+// master works the two numbers out and publishes them before anyone starts.
+// Calls body(from, count) for each non-empty piece and returns the sum of
+// what those calls returned.
+template <class Body>
+inline int chunksLastTakesRest(int team, int total, const Body& body) {
+  int chunk = 0, rest = 0;
+  return teamRegion(team, [&](int t, int n) {
+#pragma omp master
+    {
+      chunk = total / n;
+      rest = total % n;
+    }
+#pragma omp barrier
+    const int count = chunk + (t == n - 1 ? rest : 0);
+    return count > 0 ? body(t * chunk, count) : 0;
+  });
 }
 
 LUM_END_BUILD

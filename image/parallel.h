@@ -39,27 +39,28 @@ inline FpControl readFpControl() {
   return c;
 }
 
-// A thread of a parallel region under the caller's floating-point control,
-// from construction until finish(), which restores the thread's own
-// environment and returns the exception flags raised meanwhile: x87 in bits
-// 0..5, MXCSR in bits 8..13. The calling thread itself (not `worker`) is
-// left alone and reports nothing.
-class CallerFpScope {
+// A thread under a given floating-point control (x87 control word and, in
+// k1..k5, the MXCSR's control bits), from construction until finish(), which
+// restores the thread's own environment and returns the exception flags
+// raised meanwhile: x87 in bits 0..5, MXCSR in bits 8..13. Inactive, it
+// changes and reports nothing.
+class FpControlScope {
  public:
-  CallerFpScope(const FpControl& caller, bool worker) : worker_(worker) {
-    if (!worker) return;
-    // fnstenv masks every x87 exception after storing; the caller's control
-    // word then sets the masks the caller has.
+  explicit FpControlScope(const FpControl& control, bool active = true) : active_(active) {
+    if (!active) return;
+    // fnstenv masks every x87 exception after storing; the new control word
+    // then sets the masks it has.
     __asm__ volatile("fnstenv %0" : "=m"(ownX87_));
-    __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(caller.x87));
+    __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(control.x87));
 #if LUM_BUILD >= 1
     __asm__ volatile("stmxcsr %0" : "=m"(ownMxcsr_));
-    const uint32_t callerControl = caller.mxcsr & ~kFpFlags;
-    __asm__ volatile("ldmxcsr %0" : : "m"(callerControl));
+    const uint32_t controlOnly = control.mxcsr & ~kFpFlags;
+    __asm__ volatile("ldmxcsr %0" : : "m"(controlOnly));
 #endif
   }
   unsigned finish() {
-    if (!worker_) return 0;
+    if (!active_) return 0;
+    active_ = false;
     uint16_t status;
     __asm__ volatile("fnstsw %0" : "=m"(status));
     unsigned raised = status & kFpFlags;
@@ -74,7 +75,7 @@ class CallerFpScope {
   }
 
  private:
-  bool worker_;
+  bool active_;
   X87Env ownX87_;
   uint32_t ownMxcsr_ = 0;
 };
@@ -101,6 +102,64 @@ inline void raiseFpFlags(unsigned raised) {
   }
 #endif
 }
+
+// The calling thread's x87 unit under a control word of the library's own
+// choosing for as long as this lives: computations whose results must not
+// depend on the caller's rounding or precision run under it. The caller's
+// control word comes back afterwards. Flags raised meanwhile stay raised
+// where the caller masks their exception; the others are cleared, as they
+// would trap at the caller's next x87 instruction.
+class OwnX87Control {
+ public:
+  explicit OwnX87Control(uint16_t control) {
+    __asm__ volatile("fnstcw %0" : "=m"(caller_));
+    __asm__ volatile("fldcw %0" : : "m"(control));
+  }
+  ~OwnX87Control() {
+    uint16_t status;
+    __asm__ volatile("fnstsw %0" : "=m"(status));
+    const unsigned unmasked = kFpFlags & ~unsigned(caller_);
+    if ((status & unmasked) == 0) {
+      __asm__ volatile("fldcw %0" : : "m"(caller_));
+      return;
+    }
+    X87Env env;
+    __asm__ volatile("fnstenv %0" : "=m"(env));
+    env.control = caller_;
+    env.status = static_cast<uint16_t>(env.status & ~unmasked);
+    __asm__ volatile("fldenv %0" : : "m"(env));
+  }
+  OwnX87Control(const OwnX87Control&) = delete;
+  OwnX87Control& operator=(const OwnX87Control&) = delete;
+
+ private:
+  uint16_t caller_;
+};
+
+#if LUM_BUILD >= 1
+// The same for the SSE unit: the MXCSR's control bits of the library's own
+// choosing, the caller's back afterwards with the flags raised meanwhile
+// (an SSE flag never traps after the fact).
+class OwnMxcsr {
+ public:
+  explicit OwnMxcsr(uint32_t control) {
+    __asm__ volatile("stmxcsr %0" : "=m"(caller_));
+    const uint32_t own = (control & ~kFpFlags) | (caller_ & kFpFlags);
+    __asm__ volatile("ldmxcsr %0" : : "m"(own));
+  }
+  ~OwnMxcsr() {
+    uint32_t now;
+    __asm__ volatile("stmxcsr %0" : "=m"(now));
+    const uint32_t back = caller_ | (now & kFpFlags);
+    __asm__ volatile("ldmxcsr %0" : : "m"(back));
+  }
+  OwnMxcsr(const OwnMxcsr&) = delete;
+  OwnMxcsr& operator=(const OwnMxcsr&) = delete;
+
+ private:
+  uint32_t caller_;
+};
+#endif
 
 // Whether the rows of a destination are disjoint, so that threads may write
 // them at once: the step's magnitude is at least the row's bytes. Rows that
@@ -129,7 +188,7 @@ inline int teamRegion(int team, const Body& body) {
 #pragma omp parallel num_threads(team)
   {
     const int n = omp_get_num_threads(), t = omp_get_thread_num();
-    CallerFpScope scope(caller, t != 0);
+    FpControlScope scope(caller, t != 0);
     const int r = body(t, n);
     __atomic_fetch_or(&raised, scope.finish(), __ATOMIC_RELAXED);
     if (r != 0) __atomic_fetch_add(&sum, r, __ATOMIC_RELAXED);

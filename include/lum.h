@@ -205,6 +205,78 @@ LUM_API LumStatus lumSetNumThreads(int numThreads);
 /* lumStsNullPtrErr for a NULL pointer. */
 LUM_API LumStatus lumGetNumThreads(int* pNumThreads);
 
+/* ---- Floating-point environment ---------------------------------------- */
+
+typedef double Lum64f;
+
+/* Every helper reads or changes the registers of the calling thread only and
+   keeps no state. Hardware words are returned in the low bits (16 for the x87
+   words), the rest 0. The ps_*_ssx and lum_*_ssx functions except
+   lum_tst_daz_ssx execute SSE instructions: call them only on a processor
+   with SSE (lum_is_ssx_extension). Loading a reserved MXCSR bit (DAZ, 0x40,
+   included where lum_tst_daz_ssx() is 0) faults. */
+
+/* x87 control word (hardware layout): becomes (old & ~mask) | (value & mask);
+   returns the old one. */
+LUM_API Lum32u ps_set_cw_fpu(Lum32u value, Lum32u mask);
+LUM_API Lum32u ps_get_cw_fpu(void);
+/* x87 status word. */
+LUM_API Lum32u ps_get_sw_fpu(void);
+/* Clears the x87 exception flags; returns the status word from before. */
+LUM_API Lum32u ps_clear_fpu(void);
+/* If (control word & mask) == value, writes nothing; otherwise loads
+   (control word & ~mask) | value, value not masked. Returns the old word. */
+LUM_API Lum32u lum_set_rcpc_fpu(Lum32u value, Lum32u mask);
+/* Loads the x87 control word as given. */
+LUM_API void lum_set_cw_fpu(Lum32u controlWord);
+
+/* Portable control word of lum_control87, lum_status87 and lum_clear87.
+   Exceptions (set: masked in the control word, raised in the status word):
+   0x10 invalid, 0x08 division by zero, 0x04 overflow, 0x02 underflow,
+   0x01 inexact, 0x80000 denormal operand. Rounding field 0x300: 0 nearest,
+   0x100 down, 0x200 up, 0x300 toward zero. Precision field 0x30000: 0 64-bit
+   significand, 0x10000 53-bit, 0x20000 (or 0x30000) 24-bit. 0x40000 infinity
+   control.
+   lum_control87: the x87 control word becomes, in portable form,
+   (newControl & mask) | (current & ~mask); returns that word (bits outside
+   the fields included). The hardware word is rebuilt from it: reserved bits
+   are written 0, and a reserved precision reads as 64-bit. */
+LUM_API Lum32u lum_control87(Lum32u newControl, Lum32u mask);
+/* The x87 exception flags in portable form. */
+LUM_API Lum32u lum_status87(void);
+/* As lum_status87, then clears the x87 exception flags. */
+LUM_API Lum32u lum_clear87(void);
+
+/* MXCSR: becomes (old & ~mask) | (value & mask); returns the old one. */
+LUM_API Lum32u ps_set_ssx(Lum32u value, Lum32u mask);
+LUM_API Lum32u ps_get_ssx(void);
+/* Loads 0x1F80 (all exceptions masked, flags clear, round to nearest, no
+   flush-to-zero or denormals-are-zero); returns the old MXCSR. */
+LUM_API Lum32u lum_clear_ssx(void);
+/* rounding: MXCSR bits 0x6000 in place. If already in force, writes nothing;
+   otherwise loads (MXCSR & ~0x6000) | rounding, not masked. Returns the old
+   MXCSR. */
+LUM_API Lum32u lum_set_rc_ssx(Lum32u rounding);
+/* Loads MXCSR as given. */
+LUM_API void lum_set_cw_ssx(Lum32u mxcsr);
+/* 1 if the processor supports denormals-are-zero (MXCSR bit 0x40), else 0
+   (always 0 without SSE). Safe on any processor. */
+LUM_API int lum_tst_daz_ssx(void);
+
+/* 1 if x is a NaN, else 0. lum_finite: 0 for an infinity or NaN, else 1.
+   Both read the bits only: they raise no floating-point exception, even for
+   a signalling NaN. */
+LUM_API int lum_isnan(Lum64f x);
+LUM_API int lum_finite(Lum64f x);
+
+/* Read-only constants with these exact bits. */
+LUM_API extern const Lum32f lumConstantOfNAN_32f;      /* 0xFFC00000 */
+LUM_API extern const Lum32f lumConstantOfINF_32f;      /* 0x7F800000 */
+LUM_API extern const Lum32f lumConstantOfINF_NEG_32f;  /* 0xFF800000 */
+LUM_API extern const Lum64f lumConstantOfNAN_64f;      /* 0xFFF8000000000000 */
+LUM_API extern const Lum64f lumConstantOfINF_64f;      /* 0x7FF0000000000000 */
+LUM_API extern const Lum64f lumConstantOfINF_NEG_64f;  /* 0xFFF0000000000000 */
+
 /* ---- Image arithmetic --------------------------------------------------- */
 
 /* pDst = pSrc1 * pSrc2 * 2^-scaleFactor, rounded to nearest with ties to

@@ -313,6 +313,41 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                       const Lum32f* pSrc2, int src2Step,
                                       Lum32f* pDst, int dstStep, LumSize roiSize);
 
+/* pDst = pSrc2 / pSrc1 * 2^-scaleFactor: note the order, pSrc1 holds the
+   divisors. Rounded to nearest with ties to even and saturated to the pixel
+   type. A zero divisor gives 0 for a zero dividend and otherwise the
+   saturated value of the dividend's sign (255; 32767 or -32768); the call
+   then returns the warning lumStsDivByZero, every pixel still written.
+   The generic and SSE-only builds compute this rule exactly. From SSE2 on
+   the quotient is computed in single precision, and a quotient within about
+   2^-21 of its magnitude from a halfway point may round to either neighbour.
+   Statuses in the order checked: lumStsNullPtrErr, lumStsSizeErr (width or
+   height below 1), lumStsStepErr (a step below 1; steps are not compared
+   with the row, so rows may overlap). In the SSSE3 and SSE4.1 builds rows of
+   1024 pixels or more are split between two threads when the thread count
+   is above 1. */
+LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
+                                    const Lum8u* pSrc2, int src2Step,
+                                    Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
+                                     const Lum16s* pSrc2, int src2Step,
+                                     Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+
+/* pDst = pSrc2 / pSrc1 in single precision, under the caller's rounding.
+   A divisor of +0 or -0 gives +Inf for a positive dividend, -Inf for a
+   negative one and NaN otherwise (bits 0xFFC00000 in the generic build,
+   0x7FC00000 in the others), with the warning lumStsDivByZero. The generic
+   build gives the correctly rounded quotient. The others compute groups of
+   pixels as y0 + (y0 + e*y0)*e from the processor's reciprocal estimate r
+   (y0 = dividend * r, e = 1 - divisor * r), which may differ from the
+   correctly rounded quotient in the last bits, is infinite for a denormal
+   divisor and zero for one of magnitude 2^126 or more; a group holding a
+   zero divisor is correctly rounded. Statuses and steps as for the integer
+   divisions; rows of 4096 pixels or more split as they are. */
+LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
+                                  const Lum32f* pSrc2, int src2Step,
+                                  Lum32f* pDst, int dstStep, LumSize roiSize);
+
 /* ---- Dispatch tables ----------------------------------------------------
    One writable six-entry table per dispatched function, entry i holding the
    function of build i. Filled at load time; the library never changes them. */
@@ -326,6 +361,12 @@ LUM_API extern LumStatus (*lumiMul_32f_C1R_arraddr[6])(
 LUM_API extern LumStatus (*lumiAbsDiff_8u_C1R_arraddr[6])(
     const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize);
 LUM_API extern LumStatus (*lumiAbsDiff_32f_C1R_arraddr[6])(
+    const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiDiv_8u_C1RSfs_arraddr[6])(
+    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiDiv_16s_C1RSfs_arraddr[6])(
+    const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiDiv_32f_C1R_arraddr[6])(
     const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
 
 #ifdef __cplusplus

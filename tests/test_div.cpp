@@ -1,0 +1,264 @@
+// The divisions of every build through the harness, against the quotients worked out here: for 8u
+// and 16s the exact rational rule of support/scaled_reference.h, for floats one rounding of the exact
+// quotient (the generic build) or the estimate formula computed here with the processor's own
+// reciprocal estimate (the others); the zero-divisor tables exactly in every build.
+#include <xmmintrin.h>
+
+#include <cmath>
+
+#include "core/lum_internal.h"
+#include "support/builds.h"
+#include "support/harness.h"
+#include "support/scaled_reference.h"
+
+// The row functions of each build, with their own checks.
+#define LUM_DIV_ROWS(k)                                                                              \
+  namespace lum::k {                                                                                 \
+  LumStatus lumsDiv_8u_Sfs(const Lum8u*, const Lum8u*, Lum8u*, int, int);                            \
+  LumStatus lumsDiv_16s_Sfs(const Lum16s*, const Lum16s*, Lum16s*, int, int);                        \
+  LumStatus lumsDiv_32f(const Lum32f*, const Lum32f*, Lum32f*, int);                                 \
+  }
+LUM_DIV_ROWS(k0) LUM_DIV_ROWS(k1) LUM_DIV_ROWS(k2) LUM_DIV_ROWS(k3) LUM_DIV_ROWS(k4) LUM_DIV_ROWS(k5)
+#define LUM_PER_BUILD(name) {lum::k0::name, lum::k1::name, lum::k2::name, lum::k3::name, lum::k4::name, lum::k5::name}
+
+namespace {
+
+using namespace lumtest;
+
+// From SSE2 on an integer quotient is y = y0 (1 + e)(1 + e^2) in single precision, y0 = b r and
+// e = 1 - d r, r the estimate of 1/d with |1 - d r| <= 1.5 * 2^-12. Operands and their scaling are
+// exact in single precision. With e off by at most 2^-24 (the rounding of d r; the subtraction is
+// exact), y0 rounded once and the two sums once each, while (1 + e)(1 + e^2) = (1 - e^4) / (1 - e):
+// |y / q - 1| <= 4 * 2^-24 + e^4 + terms below 2^-35, under 2^-21. Where the exact quotient q lies
+// within 2^-21 of its magnitude from a halfway point either neighbour will do; elsewhere the exact
+// rule must hold.
+constexpr long double kEstimateBound = 0x1p-21L;
+
+// The neighbour the estimate may give instead of `exact`, or `exact` itself.
+int estimateMayGive(int dividend, int divisor, int sf, int lo, int hi, int exact) {
+  if (sf < -40 || sf > 41) return exact;
+  // q = n / d exactly, d > 0; its distance from the halfway point above floor(q) is
+  // |2 (n - floor(q) d) - d| / 2d.
+  const long double n = static_cast<long double>(divisor < 0 ? -dividend : dividend) * (sf < 0 ? 1LL << -sf : 1);
+  const long double d = static_cast<long double>(divisor < 0 ? -divisor : divisor) * (sf > 0 ? 1LL << sf : 1);
+  const long double low = std::floor(n / d);
+  if (std::fabs(2 * (n - low * d) - d) > 2 * std::fabs(n) * kEstimateBound) return exact;
+  const long double other = exact == low ? low + 1 : low;
+  return other < lo ? lo : (other > hi ? hi : static_cast<int>(other));
+}
+
+// Checks of the image functions after the null pointers and sizes: each step below 1.
+std::vector<Check> divChecks() {
+  std::vector<Check> c = nullAndSizeChecks(2);
+  for (int i = 0; i < 3; ++i)
+    for (int bad : {0, -1, INT_MIN})
+      c.push_back({"step " + std::to_string(i) + " = " + std::to_string(bad),
+                   [=](Args& a) { (i < 2 ? a.srcStep[i] : a.dstStep) = bad; }, lumStsStepErr});
+  return c;
+}
+
+template <class T>
+Case<T> divIntCase(int build, int sf) {
+  constexpr bool k8u = sizeof(T) == 1;
+  constexpr int lo = k8u ? 0 : -32768, hi = k8u ? 255 : 32767;
+  Case<T> c{(k8u ? "lumiDiv_8u_C1RSfs, scale factor " : "lumiDiv_16s_C1RSfs, scale factor ") + std::to_string(sf),
+            k8u ? reinterpret_cast<const void*>(lumiDiv_8u_C1RSfs_arraddr[build])
+                : reinterpret_cast<const void*>(lumiDiv_16s_C1RSfs_arraddr[build]),
+            2, {}, {uint32_t(sf)}, [=](const T* divisor, const T* dividend, Ctx& ctx) {
+              if (*divisor == 0) return ctx.status = lumStsDivByZero, T(*dividend > 0 ? hi : *dividend < 0 ? lo : 0);
+              const int exact = scaledQuotientReference(*dividend, *divisor, sf, lo, hi);
+              const int other = build >= 2 ? estimateMayGive(*dividend, *divisor, sf, lo, hi, exact) : exact;
+              ctx.hasAlso = other != exact, ctx.also = uint32_t(other) & (k8u ? 0xFF : 0xFFFF);
+              return T(exact);
+            },
+            divChecks()};
+  c.anySteps = false;
+  return c;
+}
+
+// Every case of the scale factor, the factors moving with salt: 0, 1, the other positive ones, the
+// negative ones, beyond each extreme, and the ends of the range; four of them at each width in turn.
+template <class T>
+Case<T> divIntCaseAt(int build, int i, int salt) {
+  const int zeroAbove = sizeof(T) == 1 ? 8 : 15, signOnlyBelow = sizeof(T) == 1 ? -15 : -30;
+  const int f[] = {0, 1, 2 + salt % (zeroAbove - 1), -1 - salt % -signOnlyBelow, zeroAbove + 1 + salt % 3,
+                   signOnlyBelow - 1 - salt % 3, salt % 2 ? INT_MIN : INT_MAX};
+  return divIntCase<T>(build, f[(i + 4 * salt) % 7]);
+}
+
+// The estimate formula of k1..k5 for one pair, with this processor's estimate, under the caller's
+// MXCSR: y0 + (y0 + e*y0)*e.
+__attribute__((target("sse"))) void estimated(const float* divisor, const float* dividend, float* out) {
+  const __m128 d = _mm_load1_ps(divisor), b = _mm_load1_ps(dividend), one = _mm_set1_ps(1.0f);
+  const __m128 r = _mm_rcp_ps(d), e = _mm_sub_ps(one, _mm_mul_ps(d, r)), y0 = _mm_mul_ps(b, r);
+  _mm_store_ss(out, _mm_add_ps(y0, _mm_mul_ps(_mm_add_ps(y0, _mm_mul_ps(e, y0)), e)));
+}
+__attribute__((target("sse"))) int sseCompare(const float* x, int predicate) {
+  const __m128 v = _mm_load_ss(x), z = _mm_setzero_ps();
+  return _mm_movemask_ps(predicate < 0 ? _mm_cmplt_ss(v, z) : predicate > 0 ? _mm_cmpgt_ss(v, z) : _mm_cmpeq_ss(v, z)) & 1;
+}
+float fromBits(uint32_t b) { float f; return std::memcpy(&f, &b, 4), f; }
+uint32_t bitsOf(float f) { uint32_t b; return std::memcpy(&b, &f, 4), b; }
+
+// A zero divisor: the dividend's infinity, or the build's NaN.
+float byZero(bool positive, bool negative, uint32_t nan) {
+  return fromBits(positive ? 0x7F800000u : negative ? 0xFF800000u : nan);
+}
+
+// k0: the x87 compares (a denormal is no zero) and divides, rounding once. k1..k5: the SSE compare
+// (under denormals-are-zero a denormal divisor is zero); the estimate formula, or the correctly
+// rounded quotient where a zero divisor shares the group, which depends on where the pixel lies.
+float div32f(const float* divisor, const float* dividend, int build, Ctx& ctx) {
+  if (build == 0 ? *divisor == 0 : sseCompare(divisor, 0)) {
+    ctx.status = lumStsDivByZero;
+    if (build == 0) return byZero(*dividend > 0, *dividend < 0, 0xFFC00000u);
+    return byZero(sseCompare(dividend, 1), sseCompare(dividend, -1), 0x7FC00000u);
+  }
+  if (build == 0) return floatReference(dividend, divisor, 0, ctx, sseDiv, [](double x, double y) { return x / y; });
+  float y, exact = sseDiv(dividend, divisor);
+  estimated(divisor, dividend, &y);
+  ctx.anyNaN = std::isnan(*divisor) || std::isnan(*dividend);
+  ctx.hasAlso = true, ctx.also = bitsOf(exact);
+  return y;
+}
+
+Case<Lum32f> div32fCase(int build) {
+  Case<Lum32f> c{"lumiDiv_32f_C1R", reinterpret_cast<const void*>(lumiDiv_32f_C1R_arraddr[build]), 2, {}, {},
+                 [build](const float* a, const float* b, Ctx& ctx) { return div32f(a, b, build, ctx); }, divChecks()};
+  c.anySteps = false;
+  return c;
+}
+
+TEST(ScaledQuotientReference, WorkedExamples) {
+  const int examples[][5] = {  // dividend, divisor, scale factor, result, bits
+      {7, 2, 0, 4, 8},      {5, 2, 0, 2, 8},         {255, 1, 0, 255, 8},     {5, 1, 1, 2, 8},     {7, 1, 1, 4, 8},
+      {200, 1, -1, 255, 8}, {255, 1, 9, 0, 8},       {1, 255, -16, 255, 8},   {255, 1, 8, 1, 8},   {-5, 2, 0, -2, 16},
+      {-7, 2, 0, -4, 16},   {-32768, -1, 0, 32767, 16}, {-3, 7, -31, -32768, 16}, {-3, -7, -31, 32767, 16},
+      {0, 7, -31, 0, 16},   {-32768, 1, 16, 0, 16},  {-32768, 1, 15, -1, 16}, {3, -2, 0, -2, 16}, {-1, 3, -1, -1, 16}};
+  for (const auto& e : examples)
+    EXPECT_EQ(scaledQuotientReference(e[0], e[1], e[2], e[4] == 8 ? 0 : -32768, e[4] == 8 ? 255 : 32767), e[3])
+        << e[0] << "/" << e[1] << " sf " << e[2];
+}
+
+class Div : public PerBuild {};
+
+TEST_P(Div, Harness8u) {
+  checkAll<Lum8u>(build(), 4, [&](int i, int salt) { return divIntCaseAt<Lum8u>(build(), i, salt); });
+}
+TEST_P(Div, Harness16s) {
+  checkAll<Lum16s>(build(), 4, [&](int i, int salt) { return divIntCaseAt<Lum16s>(build(), i, salt); });
+}
+TEST_P(Div, Harness32f) { checkAll<Lum32f>(build(), 1, [&](int, int) { return div32fCase(build()); }); }
+
+// Steps of one byte: the rows overlap, and come out as if written in order.
+TEST_P(Div, StepsShorterThanTheRow) {
+  run(build(), divIntCase<Lum8u>(build(), 0), {100, 4, {{1}, {2}}, {1}});
+  run(build(), divIntCase<Lum16s>(build(), -3), {60, 5, {{1}, {3}}, {2}});
+  run(build(), div32fCase(build()), {30, 5, {{1}, {4}}, {3}});
+}
+
+// Every pair of byte values (a 256 x 256 image pair holds each once), and 128 16s values, the extremes
+// first, crossed with each other in both orders; at every scale factor from -20 to 20 (8u) or -33 to
+// 18 (16s) and the ends of the range.
+TEST_P(Div, EveryScaleFactorOnEvery8uPairAndExtreme16sCrossed) {
+  std::vector<Lum8u> ab(2 * 65536);
+  std::vector<Lum16s> values = {-32768, -32767, -2, -1, 0, 1, 2, 3, 5, 7, 32766, 32767}, xy(2 * 128 * 128);
+  std::mt19937 rng(9);
+  while (values.size() < 128) values.push_back(Lum16s(rng() >> (rng() % 16)));
+  for (int i = 0; i < 65536; ++i) ab[i] = Lum8u(i >> 8), ab[65536 + i] = Lum8u(i);
+  for (int i = 0; i < 128 * 128; ++i) xy[i] = values[i / 128], xy[128 * 128 + i] = values[i % 128];
+  for (int k = -35; k <= 20 && !HasFailure(); ++k) {
+    const int sf = k == -35 ? INT_MIN : k == -34 ? INT_MAX : k;
+    const Layout l8u{256, 256, {{256, k & 15}, {259, k * 5 & 15, true}}, {256 + (k & 1) * 16, k * 3 & 15}},
+        l16s{128, 128, {{258, (k & 7) * 2}, {256, k & 15, true}}, {262, k * 3 & 15}};
+    if (sf >= -20 || sf == INT_MIN || sf == INT_MAX) run(build(), divIntCase<Lum8u>(build(), sf), l8u, 1, kEnvs[0], &ab);
+    if ((sf > -34 && sf <= 18) || sf == INT_MIN || sf == INT_MAX)
+      run(build(), divIntCase<Lum16s>(build(), sf), l16s, 1, kEnvs[0], &xy);
+  }
+}
+
+// Groups of a float row: a zero divisor makes its whole group correctly rounded, the others keep the
+// estimate. Groups are the main loop's eight from a 16-byte aligned destination, the one and two
+// elements before it, and fours where an operand does not start at a whole float.
+TEST_P(Div, FloatGroupsWithAZeroDivisor) {
+  if (build() == 0) GTEST_SKIP() << "the generic build has no groups";
+  struct Row { int offset, len, zeroAt, groupFrom, groupTo; };  // destination offset in bytes
+  for (const Row& r : {Row{0, 22, 0, 0, 8}, {0, 22, 13, 8, 16}, {0, 22, 19, 16, 20}, {0, 22, 21, 20, 22},
+                       {0, 23, 22, 22, 23}, {4, 22, 0, 0, 1}, {4, 22, 2, 1, 3}, {4, 22, 9, 3, 11}, {4, 22, 21, 21, 22},
+                       {8, 22, 1, 0, 2}, {2, 18, 5, 4, 8}, {2, 18, 17, 16, 18}, {1, 19, 18, 18, 19}}) {
+    const int len = r.len;
+    std::vector<float> a(len), b(len);
+    std::mt19937 rng(r.zeroAt);
+    for (int i = 0; i < len; ++i) a[i] = float(rng() % 10000 + 1) / 997.0f, b[i] = float(rng() % 100000 + 1) / 7.0f;
+    a[r.zeroAt] = 0;
+    alignas(16) unsigned char buffer[4 * 32];
+    float* d = reinterpret_cast<float*>(buffer + r.offset);
+    EXPECT_EQ(lumiDiv_32f_C1R_arraddr[build()](a.data(), 4 * len, b.data(), 4 * len, d, 4 * len, {len, 1}), lumStsDivByZero);
+    for (int i = 0; i < len; ++i) {
+      float want;
+      if (i == r.zeroAt) want = INFINITY;
+      else if (i >= r.groupFrom && i < r.groupTo) want = sseDiv(&b[i], &a[i]);
+      else estimated(&a[i], &b[i], &want);
+      float got;
+      std::memcpy(&got, buffer + r.offset + 4 * i, 4);
+      EXPECT_EQ(bitsOf(got), bitsOf(want)) << "offset " << r.offset << ", zero at " << r.zeroAt << ", element " << i;
+    }
+  }
+}
+
+// Long rows go to two threads in k4 and k5: the same pixels with 1, 2 and 8 threads, and the warning
+// from a zero divisor in either half, or none.
+TEST_P(Div, LongRowsAlikeOnAnyThreadCount) {
+  std::mt19937 rng(3);
+  for (int len : {1023, 1024, 1025, 4095, 4096, 4097})
+    for (int zeroAt : {-1, 5, len - 5}) {
+      std::vector<Lum8u> a8(len), b8(len), d8[3];
+      std::vector<Lum16s> a16(len), b16(len), d16[3];
+      std::vector<float> a32(len), b32(len), d32[3];
+      for (int i = 0; i < len; ++i) {
+        a8[i] = Lum8u(1 + rng() % 255), b8[i] = Lum8u(rng()), a16[i] = Lum16s(rng() | 1), b16[i] = Lum16s(rng());
+        a32[i] = float(int(rng() % 20001) - 10000) / 8.0f + 0.0625f, b32[i] = float(int(rng() % 20001) - 10000);
+      }
+      if (zeroAt >= 0) a8[zeroAt] = 0, a16[zeroAt] = 0, a32[zeroAt] = 0;
+      const LumStatus want = zeroAt >= 0 ? lumStsDivByZero : lumStsNoErr;
+      for (int t = 0; t < 3; ++t) {
+        ThreadCountScope threads(t == 0 ? 1 : t == 1 ? 2 : 8);
+        d8[t].resize(len), d16[t].resize(len), d32[t].resize(len);
+        EXPECT_EQ(lumiDiv_8u_C1RSfs_arraddr[build()](a8.data(), len, b8.data(), len, d8[t].data(), len, {len, 1}, -3), want);
+        EXPECT_EQ(lumiDiv_16s_C1RSfs_arraddr[build()](a16.data(), 2 * len, b16.data(), 2 * len, d16[t].data(), 2 * len,
+                                                      {len, 1}, 2), want);
+        EXPECT_EQ(lumiDiv_32f_C1R_arraddr[build()](a32.data(), 4 * len, b32.data(), 4 * len, d32[t].data(), 4 * len,
+                                                   {len, 1}), want);
+      }
+      for (int t = 1; t < 3; ++t) {
+        EXPECT_TRUE(d8[t] == d8[0] && d16[t] == d16[0]) << len << " pixels, " << t << ", zero at " << zeroAt;
+        EXPECT_EQ(std::memcmp(d32[t].data(), d32[0].data(), 4 * len), 0) << len << " floats, zero at " << zeroAt;
+      }
+    }
+}
+
+// The row functions' own checks: a null pointer before a length below 1.
+TEST_P(Div, RowFunctionChecks) {
+  const decltype(&lum::k0::lumsDiv_8u_Sfs) r8u[] = LUM_PER_BUILD(lumsDiv_8u_Sfs);
+  const decltype(&lum::k0::lumsDiv_16s_Sfs) r16s[] = LUM_PER_BUILD(lumsDiv_16s_Sfs);
+  const decltype(&lum::k0::lumsDiv_32f) r32f[] = LUM_PER_BUILD(lumsDiv_32f);
+  alignas(4) unsigned char a[8] = {2, 0, 2, 0}, b[8] = {4, 0, 4, 0}, d[8] = {};
+  const auto all = [&](unsigned char* x, unsigned char* y, unsigned char* z, int len) {
+    return std::vector<LumStatus>{r8u[build()](x, y, z, len, 0),
+                                  r16s[build()](reinterpret_cast<Lum16s*>(x), reinterpret_cast<Lum16s*>(y),
+                                                reinterpret_cast<Lum16s*>(z), len, 0),
+                                  r32f[build()](reinterpret_cast<float*>(x), reinterpret_cast<float*>(y),
+                                                reinterpret_cast<float*>(z), len)};
+  };
+  const std::vector<LumStatus> null(3, lumStsNullPtrErr), size(3, lumStsSizeErr);
+  EXPECT_EQ(all(nullptr, b, d, 1), null);
+  EXPECT_EQ(all(a, nullptr, d, 0), null);
+  EXPECT_EQ(all(a, b, nullptr, -1), null);
+  EXPECT_EQ(all(a, b, d, 0), size);
+  EXPECT_EQ(all(a, b, d, INT_MIN), size);
+  EXPECT_EQ(std::vector<unsigned char>(d, d + 8), std::vector<unsigned char>(8, 0));
+}
+
+LUM_INSTANTIATE_PER_BUILD(Div);
+
+}  // namespace

@@ -12,6 +12,7 @@
 #include <stdlib.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 

@@ -45,6 +45,19 @@ void plainMulSfs(const T* a, int aStep, const T* b, int bStep, T* d, int dStep, 
   }
 }
 
+// The quotient in double (exact enough: both operands have 16 bits or
+// fewer) rounded by the current mode, nearest with ties to even.
+template <class T>
+void plainDivSfs(const T* a, int aStep, const T* b, int bStep, T* d, int dStep, LumSize size,
+                 int sf, int lo, int hi) {
+  const double f = __builtin_ldexp(1.0, sf < -60 ? 60 : (sf > 60 ? -60 : -sf));
+  plainRows(a, aStep, b, bStep, d, dStep, size, [=](int x, int y) {
+    if (x == 0) return y > 0 ? hi : (y < 0 ? lo : 0);
+    const double q = __builtin_nearbyint(y * f / x);
+    return q < lo ? lo : (q > hi ? hi : static_cast<int>(q));
+  });
+}
+
 }  // namespace
 
 void plainMul_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
@@ -71,6 +84,24 @@ void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lu
                       int dStep, LumSize size) {
   plainRows(a, aStep, b, bStep, d, dStep, size,
             [](float x, float y) { return __builtin_fabsf(x - y); });
+}
+
+void plainDiv_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
+                     LumSize size, int scaleFactor) {
+  plainDivSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, 0, 255);
+}
+
+void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
+                      int dStep, LumSize size, int scaleFactor) {
+  plainDivSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, -32768, 32767);
+}
+
+void plainDiv_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
+                  LumSize size) {
+  plainRows(a, aStep, b, bStep, d, dStep, size, [](float x, float y) {
+    if (x == 0) return y > 0 ? __builtin_inff() : (y < 0 ? -__builtin_inff() : __builtin_nanf(""));
+    return y / x;
+  });
 }
 
 }  // namespace lumbench

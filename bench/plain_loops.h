@@ -24,6 +24,17 @@ void plainAbsDiff_8u(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u
 void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d,
                       int dStep, LumSize size);
 
+// Division, pSrc2 / pSrc1: for integers the quotient times 2^-scaleFactor
+// rounded half to even and saturated, a zero divisor giving the saturated
+// sign of the dividend; for floats the single-precision quotient, a zero
+// divisor giving the dividend's infinity or NaN.
+void plainDiv_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
+                     LumSize size, int scaleFactor);
+void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
+                      int dStep, LumSize size, int scaleFactor);
+void plainDiv_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
+                  LumSize size);
+
 }  // namespace lumbench
 
 #endif

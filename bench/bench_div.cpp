@@ -1,0 +1,91 @@
+// Division per build at 256x256 and 4096x4096 (8u at scale factors 0 and -7,
+// 16s at 0 and 3, 32f), beside the plain loop of the same rule and memcpy;
+// and the long rows of k4 and k5 on one thread and on two.
+#include "bench_common.h"
+#include "plain_loops.h"
+
+namespace {
+
+using lumbench::Buffer;
+
+template <class T>
+using DivSfs = LumStatus (*)(const T*, int, const T*, int, T*, int, LumSize, int);
+using Div32f = LumStatus (*)(const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
+
+// Divisors without zeros (the table is the exception, not the work), the
+// dividends anything.
+template <class T>
+void fillDivisors(Buffer& a) {
+  T* p = a.as<T>();
+  for (size_t i = 0; i < a.bytes() / sizeof(T); ++i)
+    p[i] = sizeof(T) == 4 ? static_cast<T>(1.0f + static_cast<float>(i % 251) / 64.0f)
+                          : static_cast<T>(1 + (i * 37) % (sizeof(T) == 1 ? 255 : 4000));
+}
+
+template <class T, class Call>
+void runDiv(benchmark::State& st, const Call& call, int w, int h, int threads) {
+  const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
+  Buffer a(bytes), b(bytes), d(bytes);
+  fillDivisors<T>(a);
+  const int step = w * static_cast<int>(sizeof(T));
+  lumSetNumThreads(threads);
+  for (auto _ : st) {
+    call(a.as<T>(), step, b.as<T>(), step, d.as<T>(), step, LumSize{w, h});
+    benchmark::ClobberMemory();
+  }
+  lumSetNumThreads(1);
+  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
+}
+
+// One kernel: the builds, the plain loop, memcpy; the builds with long rows
+// split again on two threads.
+template <class T, class Fn>
+void registerKernel(const std::string& kernel, Fn const* table, Fn plain, int w, int h,
+                    const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call) {
+  const std::string size = lumbench::sizeName(w, h);
+  const auto add = [&](const std::string& variant, Fn fn, int threads) {
+    benchmark::RegisterBenchmark((kernel + "/" + variant + "/" + size).c_str(), [=](benchmark::State& st) {
+      runDiv<T>(st, [&](const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) { call(fn, a, as, b, bs, d, ds, s); },
+                w, h, threads);
+    });
+  };
+  for (int k = 0; k < 6; ++k)
+    if (lumbench::buildSupported(k)) add("k" + std::to_string(k), table[k], 1);
+  if (lumbench::buildSupported(5)) add("plain", plain, 1);
+  lumbench::registerMemcpy(kernel, w, h, static_cast<size_t>(w) * h * sizeof(T));
+  for (int k = 4; k < 6; ++k)
+    if (lumbench::buildSupported(k) && w >= 1024) add("k" + std::to_string(k) + "_2threads", table[k], 2);
+}
+
+template <class T>
+LumStatus plainSfs(const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s, int sf) {
+  if constexpr (sizeof(T) == 1) lumbench::plainDiv_8u_Sfs(a, as, b, bs, d, ds, s, sf);
+  else lumbench::plainDiv_16s_Sfs(a, as, b, bs, d, ds, s, sf);
+  return lumStsNoErr;
+}
+LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
+  lumbench::plainDiv_32f(a, as, b, bs, d, ds, s);
+  return lumStsNoErr;
+}
+
+template <class T>
+void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int n) {
+  registerKernel<T, DivSfs<T>>("Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)),
+                               table, plainSfs<T>, n, n,
+                               [sf](DivSfs<T> fn, const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
+                                 fn(a, as, b, bs, d, ds, s, sf);
+                               });
+}
+
+const int registered = [] {
+  for (const int n : {256, 4096}) {
+    for (int sf : {0, -7}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, n);
+    for (int sf : {0, 3}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, n);
+    registerKernel<Lum32f, Div32f>("Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, n, n,
+                                   [](Div32f fn, const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds,
+                                      LumSize s) { fn(a, as, b, bs, d, ds, s); });
+  }
+  return 0;
+}();
+
+}  // namespace

@@ -42,6 +42,19 @@ LUM_TAGGED_SET(k4)
 LUM_TAGGED_SET(k5)
 #undef LUM_TAGGED_SET
 
+// Float buffers aligned to 32 bytes from i_malloc, of builds k1..k5, and
+// their release through i_free. Not dispatched: each build's filter calls
+// its own pair; any pair releases a buffer of any other.
+#define LUM_TAGGED_MEMORY(tag)                    \
+  LUM_HIDDEN Lum32f* tag##_lumsMalloc_32f(int n); \
+  LUM_HIDDEN void tag##_lumsFree(Lum32f* p);
+LUM_TAGGED_MEMORY(k1)
+LUM_TAGGED_MEMORY(k2)
+LUM_TAGGED_MEMORY(k3)
+LUM_TAGGED_MEMORY(k4)
+LUM_TAGGED_MEMORY(k5)
+#undef LUM_TAGGED_MEMORY
+
 // The six tagged builds of every dispatched function: k0_name .. k5_name.
 #define LUM_DISPATCHED(ret, name, params, args) \
   LUM_HIDDEN ret k0_##name params;              \

@@ -14,6 +14,8 @@
 #ifndef LUM_H
 #define LUM_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -276,6 +278,19 @@ LUM_API extern const Lum32f lumConstantOfINF_NEG_32f;  /* 0xFF800000 */
 LUM_API extern const Lum64f lumConstantOfNAN_64f;      /* 0xFFF8000000000000 */
 LUM_API extern const Lum64f lumConstantOfINF_64f;      /* 0x7FF0000000000000 */
 LUM_API extern const Lum64f lumConstantOfINF_NEG_64f;  /* 0xFFF0000000000000 */
+/* ---- Allocator hooks -------------------------------------------------------
+   Every heap block the library uses comes from i_malloc and returns through
+   i_free (it calls no other hook). They default to the C library's
+   functions; point them at your own before or between calls: each
+   allocation and release reads them afresh. The library never writes them. */
+LUM_API extern void* (*i_malloc)(size_t size);
+LUM_API extern void* (*i_calloc)(size_t count, size_t size);
+LUM_API extern void* (*i_realloc)(void* block, size_t size);
+LUM_API extern void (*i_free)(void* block);
+/* Version of the hook interface (1), and a word for the application's use
+   (0 at load); the library reads neither. */
+LUM_API extern int i_version;
+LUM_API extern int i_min_version;
 
 /* ---- Image arithmetic --------------------------------------------------- */
 
@@ -347,6 +362,32 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
 LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
+/* ---- Filtering with a float kernel ---------------------------------------
+   pDst(x, y) = sum over j < kernelSize.height, i < kernelSize.width of
+   pKernel[j * kernelSize.width + i] * S(x + anchor.x - i, y + anchor.y - j),
+   where S(u, v) is the source pixel u columns right of and v rows below
+   pSrc: a true convolution (the kernel mirrored). The caller supplies every
+   pixel this reads: columns anchor.x - (kernelSize.width - 1) through
+   width - 1 + anchor.x, rows anchor.y - (kernelSize.height - 1) through
+   height - 1 + anchor.y, relative to pSrc; nothing outside is read. With an
+   anchor inside the kernel, make a bordered copy of the image and pass the
+   pixel under destination pixel (0, 0).
+   Integer results are rounded to nearest, ties to even, saturated; a NaN
+   sum gives 0. Statuses in the order checked: lumStsNullPtrErr (pSrc, pDst,
+   pKernel), lumStsSizeErr (dstRoiSize width, height, kernelSize width,
+   height below 1), lumStsStepErr (srcStep below (width + kernelSize.width -
+   1) pixels, dstStep below width pixels). Neither the anchor nor the
+   coefficients are checked. Regions of at least 64 x 64 are cut into bands
+   of rows over the library's threads; the results do not depend on it. */
+LUM_API LumStatus lumiFilter32f_8u_C1R(const Lum8u* pSrc, int srcStep, Lum8u* pDst, int dstStep,
+                                       LumSize dstRoiSize, const Lum32f* pKernel,
+                                       LumSize kernelSize, LumPoint anchor);
+LUM_API LumStatus lumiFilter32f_16s_C1R(const Lum16s* pSrc, int srcStep, Lum16s* pDst,
+                                        int dstStep, LumSize dstRoiSize, const Lum32f* pKernel,
+                                        LumSize kernelSize, LumPoint anchor);
+LUM_API LumStatus lumiFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pDst, int dstStep,
+                                     LumSize dstRoiSize, const Lum32f* pKernel,
+                                     LumSize kernelSize, LumPoint anchor);
 
 /* ---- Dispatch tables ----------------------------------------------------
    One writable six-entry table per dispatched function, entry i holding the
@@ -368,6 +409,12 @@ LUM_API extern LumStatus (*lumiDiv_16s_C1RSfs_arraddr[6])(
     const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
 LUM_API extern LumStatus (*lumiDiv_32f_C1R_arraddr[6])(
     const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiFilter32f_8u_C1R_arraddr[6])(
+    const Lum8u*, int, Lum8u*, int, LumSize, const Lum32f*, LumSize, LumPoint);
+LUM_API extern LumStatus (*lumiFilter32f_16s_C1R_arraddr[6])(
+    const Lum16s*, int, Lum16s*, int, LumSize, const Lum32f*, LumSize, LumPoint);
+LUM_API extern LumStatus (*lumiFilter_32f_C1R_arraddr[6])(
+    const Lum32f*, int, Lum32f*, int, LumSize, const Lum32f*, LumSize, LumPoint);
 
 #ifdef __cplusplus
 }

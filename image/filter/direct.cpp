@@ -1,0 +1,171 @@
+// The direct evaluation of the float-kernel filter, and the band routines
+// every filter call hands its bands to.
+//
+// Destination pixel (x, y) is the sum over the kernel of K[j][i] times the
+// source pixel x + ax - i columns right of and y + ay - j rows below the
+// band's source pointer: a true convolution, the kernel mirrored. Its
+// window is read rows from the top, pixels left to right, which walks the
+// kernel backwards from its last coefficient to its first in one pass; each
+// product is added in that order to an accumulator that starts at 0.
+//
+// Four neighbouring outputs are computed together, each coefficient loaded
+// once for the four; the row's last width % 4 outputs one at a time, in the
+// same order. The generic and SSE-only builds accumulate on the x87 in the
+// precision its control word selects (extended as usual); from SSE2 on in
+// single precision, four outputs to a register, single pixels in lane 0 of
+// the same operations, so the caller's MXCSR applies alike at every
+// position.
+#include "image/filter/to_pixel.h"
+
+#if LUM_BUILD >= 2
+#include <emmintrin.h>
+#endif
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+// p moved by n pixels of its type, wrapping as the address does: an anchor
+// far outside the kernel puts the window anywhere.
+template <class T>
+const T* pixelsAway(const T* p, int n) {
+  return reinterpret_cast<const T*>(reinterpret_cast<uintptr_t>(p) +
+                                    static_cast<uintptr_t>(n) * sizeof(T));
+}
+
+// The top-left pixel of the window of destination pixel (0, 0).
+template <class T>
+const T* windowStart(const T* src, int srcStep, LumSize ks, LumPoint anchor) {
+  const int up = static_cast<int>(static_cast<uint32_t>(anchor.y) - static_cast<uint32_t>(ks.height - 1));
+  const int left = static_cast<int>(static_cast<uint32_t>(anchor.x) - static_cast<uint32_t>(ks.width - 1));
+  return pixelsAway(rowAt(src, srcStep, up), left);
+}
+
+#if LUM_BUILD <= 1
+
+// ---- x87: extended-precision sums --------------------------------------------------
+
+template <class T>
+void fourOutputs(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  long double a0 = 0, a1 = 0, a2 = 0, a3 = 0;
+  const Lum32f* k = kLast;
+  for (int r = 0; r < ks.height; ++r) {
+    const T* s = rowAt(win, srcStep, r);
+    for (int c = 0; c < ks.width; ++c, --k) {
+      const long double kv = loadPixel(k);
+      a0 += kv * loadPixel(s + c);
+      a1 += kv * loadPixel(s + c + 1);
+      a2 += kv * loadPixel(s + c + 2);
+      a3 += kv * loadPixel(s + c + 3);
+    }
+  }
+  storePixel(d, FromSum<T>::pixel(a0));
+  storePixel(d + 1, FromSum<T>::pixel(a1));
+  storePixel(d + 2, FromSum<T>::pixel(a2));
+  storePixel(d + 3, FromSum<T>::pixel(a3));
+}
+
+template <class T>
+void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  long double a = 0;
+  const Lum32f* k = kLast;
+  for (int r = 0; r < ks.height; ++r) {
+    const T* s = rowAt(win, srcStep, r);
+    for (int c = 0; c < ks.width; ++c, --k) a += static_cast<long double>(loadPixel(k)) * loadPixel(s + c);
+  }
+  storePixel(d, FromSum<T>::pixel(a));
+}
+
+#else
+
+// ---- SSE: single-precision sums, four outputs a register -------------------------------
+// Pixels widen to float exactly: bytes and shorts are small integers.
+
+inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
+inline __m128 fourPixels(const Lum16s* p) {
+  int64_t bits;
+  __builtin_memcpy(&bits, p, 8);
+  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&bits));
+  return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+}
+inline __m128 fourPixels(const Lum8u* p) {
+  int32_t bits;
+  __builtin_memcpy(&bits, p, 4);
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i v = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero);
+  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(v, zero));
+}
+template <class T>
+__m128 onePixel(const T* p) {
+  return _mm_set_ss(static_cast<float>(loadPixel(p)));
+}
+
+template <class T>
+void fourOutputs(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  __m128 a = _mm_setzero_ps();
+  const Lum32f* k = kLast;
+  for (int r = 0; r < ks.height; ++r) {
+    const T* s = rowAt(win, srcStep, r);
+    for (int c = 0; c < ks.width; ++c, --k)
+      a = _mm_add_ps(a, _mm_mul_ps(fourPixels(s + c), _mm_set1_ps(loadPixel(k))));
+  }
+  if constexpr (sizeof(T) == 4) {
+    _mm_storeu_ps(reinterpret_cast<float*>(d), a);
+  } else {
+    float sums[4];
+    _mm_storeu_ps(sums, a);
+    for (int i = 0; i < 4; ++i) storePixel(d + i, FromSum<T>::pixel(sums[i]));
+  }
+}
+
+template <class T>
+void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  __m128 a = _mm_setzero_ps();
+  const Lum32f* k = kLast;
+  for (int r = 0; r < ks.height; ++r) {
+    const T* s = rowAt(win, srcStep, r);
+    for (int c = 0; c < ks.width; ++c, --k)
+      a = _mm_add_ss(a, _mm_mul_ss(onePixel(s + c), _mm_set_ss(loadPixel(k))));
+  }
+  storePixel(d, FromSum<T>::pixel(_mm_cvtss_f32(a)));
+}
+
+#endif
+
+// The direct loop over a band of destination rows.
+template <class T>
+void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band,
+                const Lum32f* kernel, LumSize ks, LumPoint anchor) {
+  const T* const win = windowStart(src, srcStep, ks, anchor);
+  const Lum32f* const kLast = kernel + (static_cast<size_t>(ks.width) * ks.height - 1);
+  const int blocks = band.width & ~3;
+  for (int y = 0; y < band.height; ++y) {
+    const T* s = rowAt(win, srcStep, y);
+    T* d = rowAt(dst, dstStep, y);
+    int x = 0;
+    for (; x < blocks; x += 4) fourOutputs(s + x, srcStep, kLast, ks, d + x);
+    for (; x < band.width; ++x) oneOutput(s + x, srcStep, kLast, ks, d + x);
+  }
+}
+
+}  // namespace
+
+// ---- The band routines --------------------------------------------------------------------
+// One band of a filter call, its source pointer the pixel under the band's
+// first destination pixel. This is where a faster evaluation of a band
+// belongs, ahead of the direct loop: whenever it cannot finish a band
+// (unsuitable kernel or region, no scratch memory), the direct loop
+// computes the whole band, so a band's pixels never depend on whether it
+// ran.
+
+#define LUM_FILTER_BAND(name, T)                                                            \
+  void name(const T* pSrc, int srcStep, T* pDst, int dstStep, LumSize band,                 \
+            const Lum32f* pKernel, LumSize kernelSize, LumPoint anchor) {                   \
+    directRows(pSrc, srcStep, pDst, dstStep, band, pKernel, kernelSize, anchor);            \
+  }
+LUM_FILTER_BAND(ownFilterDirect32f_8u_C1R, Lum8u)
+LUM_FILTER_BAND(ownFilterDirect32f_16s_C1R, Lum16s)
+LUM_FILTER_BAND(ownFilterDirect_32f_C1R, Lum32f)
+#undef LUM_FILTER_BAND
+
+LUM_END_BUILD

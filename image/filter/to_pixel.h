@@ -1,0 +1,91 @@
+// The filter's own float-to-integer rule for 8u and 16s pixels: round to
+// the nearest integer with ties to even, saturate, and make NaN 0. Every
+// path of the filter writes integer pixels through here.
+//
+// The sum arrives as the accumulation left it: long double from the x87
+// (k0, k1), float from SSE (k2..k5). All comparisons, the tie test included,
+// are made on that unrounded sum in its own precision; only the step of a
+// half is taken in the wider type, where it is exact, before truncation.
+// Truncation runs on the x87 under a rounding control switched to chopping
+// for this one conversion and switched back at once, so the caller's
+// rounding mode never changes what a pixel becomes and never survives us.
+#ifndef LUM_IMAGE_FILTER_TO_PIXEL_H
+#define LUM_IMAGE_FILTER_TO_PIXEL_H
+
+#include "image/build.h"
+
+LUM_BEGIN_BUILD
+
+inline int truncateByChopping(long double v) {
+  uint16_t own, chop;
+  int n;
+  __asm__ volatile("fnstcw %0" : "=m"(own));
+  chop = static_cast<uint16_t>(own | 0x0C00);
+  __asm__ volatile("fldcw %1\n\tfistpl %0\n\tfldcw %2"
+                   : "=m"(n)
+                   : "m"(chop), "m"(own), "t"(v)
+                   : "st");
+  return n;
+}
+
+// The type the half is added in: extended with the x87 sum, double with the
+// single-precision one.
+template <class Sum>
+struct HalfStep {
+  using Wide = double;
+};
+template <>
+struct HalfStep<long double> {
+  using Wide = long double;
+};
+
+// n = sum + half truncated, then a tie (n - sum exactly a half) made even
+// towards zero's side of the half: for half = 0.5 a tie moves n down, for
+// half = -0.5 up.
+template <class Sum>
+inline int roundHalfToEven(Sum s, int half) {
+  using Wide = typename HalfStep<Sum>::Wide;
+  int n = truncateByChopping(static_cast<Wide>(s) + static_cast<Wide>(half) / 2);
+  if (static_cast<Sum>(n) - s == static_cast<Sum>(half) / 2 && (n & 1) != 0) n -= half;
+  return n;
+}
+
+template <class Sum>
+inline Lum8u toPixel8u(Sum s) {
+  if (s >= 255) return 255;
+  if (s <= 0 || s <= static_cast<Sum>(0.5) || s != s) return 0;
+  return static_cast<Lum8u>(roundHalfToEven(s, 1));
+}
+
+template <class Sum>
+inline Lum16s toPixel16s(Sum s) {
+  if (s >= 32767) return 32767;
+  if (s <= -32768) return -32768;
+  if (s > 0) return static_cast<Lum16s>(roundHalfToEven(s, 1));
+  if (s != s || s >= static_cast<Sum>(-0.5)) return 0;
+  return static_cast<Lum16s>(roundHalfToEven(s, -1));
+}
+
+// The pixel of each type from a sum: the rule above for integers, the
+// nearest float under the caller's rounding mode for 32f.
+template <class T>
+struct FromSum;
+template <>
+struct FromSum<Lum8u> {
+  template <class Sum>
+  static Lum8u pixel(Sum s) { return toPixel8u(s); }
+};
+template <>
+struct FromSum<Lum16s> {
+  template <class Sum>
+  static Lum16s pixel(Sum s) { return toPixel16s(s); }
+};
+template <>
+struct FromSum<Lum32f> {
+  template <class Sum>
+  static Lum32f pixel(Sum s) { return static_cast<Lum32f>(s); }
+};
+
+LUM_END_BUILD
+
+#endif

@@ -58,7 +58,39 @@ void plainDivSfs(const T* a, int aStep, const T* b, int bStep, T* d, int dStep, 
   });
 }
 
+template <class T>
+void plainFilter(const T* src, int srcStep, T* dst, int dstStep, LumSize size, const float* k,
+                 LumSize ks, LumPoint a, float lo, float hi) {
+  for (int y = 0; y < size.height; ++y) {
+    T* __restrict rd = row(dst, dstStep, y);
+    for (int x = 0; x < size.width; ++x) {
+      float sum = 0.0f;
+      for (int j = ks.height - 1; j >= 0; --j) {
+        const T* rs = row(src, srcStep, y + a.y - j);
+        for (int i = ks.width - 1; i >= 0; --i) sum += k[j * ks.width + i] * rs[x + a.x - i];
+      }
+      if (lo < hi) sum = __builtin_nearbyintf(sum < lo ? lo : (sum > hi ? hi : sum));
+      rd[x] = static_cast<T>(sum);
+    }
+  }
+}
+
 }  // namespace
+
+void plainFilter_8u(const Lum8u* src, int srcStep, Lum8u* dst, int dstStep, LumSize size,
+                    const Lum32f* kernel, LumSize kernelSize, LumPoint anchor) {
+  plainFilter(src, srcStep, dst, dstStep, size, kernel, kernelSize, anchor, 0.0f, 255.0f);
+}
+
+void plainFilter_16s(const Lum16s* src, int srcStep, Lum16s* dst, int dstStep, LumSize size,
+                     const Lum32f* kernel, LumSize kernelSize, LumPoint anchor) {
+  plainFilter(src, srcStep, dst, dstStep, size, kernel, kernelSize, anchor, -32768.0f, 32767.0f);
+}
+
+void plainFilter_32f(const Lum32f* src, int srcStep, Lum32f* dst, int dstStep, LumSize size,
+                     const Lum32f* kernel, LumSize kernelSize, LumPoint anchor) {
+  plainFilter(src, srcStep, dst, dstStep, size, kernel, kernelSize, anchor, 0.0f, 0.0f);
+}
 
 void plainMul_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
                   LumSize size) {

@@ -35,6 +35,15 @@ void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lu
 void plainDiv_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
                   LumSize size);
 
+// Float-kernel filter: the sum of kernel[j][i] * S(x + ax - i, y + ay - j)
+// in single precision; integers rounded to nearest and saturated.
+void plainFilter_8u(const Lum8u* src, int srcStep, Lum8u* dst, int dstStep, LumSize size,
+                    const Lum32f* kernel, LumSize kernelSize, LumPoint anchor);
+void plainFilter_16s(const Lum16s* src, int srcStep, Lum16s* dst, int dstStep, LumSize size,
+                     const Lum32f* kernel, LumSize kernelSize, LumPoint anchor);
+void plainFilter_32f(const Lum32f* src, int srcStep, Lum32f* dst, int dstStep, LumSize size,
+                     const Lum32f* kernel, LumSize kernelSize, LumPoint anchor);
+
 }  // namespace lumbench
 
 #endif

@@ -147,15 +147,17 @@ std::vector<unsigned char> toGray(const std::vector<float>& img) {
 }
 
 // Runs `op` (which writes `result`) in every build the processor can run,
-// checks the builds agree with the first, prints the table. Returns false on
-// a failure or a disagreement.
-// How a build's result may differ from the first build's: by default not
-// at all; otherwise `close` says which pixels are near enough.
+// checks the builds agree with the first, prints the table. A build's
+// result may differ from the first build's only where `close` (if given)
+// says the pixels are near enough. With `twoThreads` each build also runs
+// on two threads, which must give the same pixels, and the table shows both
+// times. Returns false on a failure or a disagreement.
 template <class Pixel>
 bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
-                     const std::function<LumStatus()>& op,
-                     bool (*close)(Pixel first, Pixel other) = nullptr) {
-  std::printf("\n%s\n  %-6s %12s %10s\n", title, "build", "time (us)", "vs k0");
+                     const std::function<LumStatus()>& op, bool twoThreads = false,
+                     int runs = 15, bool (*close)(Pixel first, Pixel other) = nullptr) {
+  std::printf("\n%s\n  %-6s %12s %10s", title, "build", "time (us)", "vs k0");
+  std::printf(twoThreads ? " %14s %8s\n" : "\n", "2 threads (us)", "speed-up");
   std::vector<Pixel> first;
   std::vector<Timing> timings;
   bool ok = true, exact = true;
@@ -184,15 +186,97 @@ bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
       ok &= far == 0;
       exact = false;
     }
-    const double us = medianMicroseconds([&] { op(); }, 15);
+    const double us = medianMicroseconds([&] { op(); }, runs);
     timings.push_back({k, us});
-    std::printf("  %-6s %12.1f %9.2fx\n", lumiGetLibVersion()->targetCpu, us,
+    std::printf("  %-6s %12.1f %9.2fx", lumiGetLibVersion()->targetCpu, us,
                 timings.front().microseconds / us);
+    if (twoThreads) {
+      lumSetNumThreads(2);
+      const double us2 = medianMicroseconds([&] { op(); }, runs);
+      if (std::memcmp(first.data(), result.data(), result.size() * sizeof(Pixel)) != 0) {
+        std::printf(" two threads disagree with one");
+        ok = false;
+      }
+      std::printf(" %14.1f %7.2fx", us2, us / us2);
+      lumSetNumThreads(1);
+    }
+    std::printf("\n");
   }
   if (ok) std::printf("  all builds agree%s\n", exact ? " bit for bit" : " within the documented margin");
   if (kEmulator != nullptr)
     std::printf("  (times measured under an emulator, %s: they say nothing about speed)\n", kEmulator);
   return ok;
+}
+
+// ---- Filters ----------------------------------------------------------------------
+// The filters read every source pixel their kernel reaches, so the image is
+// copied once into a larger image with a border of `kBorder` pixels repeated
+// from its edge, and each call is given the pixel of that copy under the
+// destination's (0, 0): the first interior pixel.
+constexpr int kBorder = 2;
+constexpr int kPaddedWidth = kWidth + 2 * kBorder;
+
+template <class T>
+std::vector<T> borderedCopy(const std::vector<Lum8u>& image) {
+  std::vector<T> out(kPaddedWidth * (kHeight + 2 * kBorder));
+  for (int y = 0; y < kHeight + 2 * kBorder; ++y)
+    for (int x = 0; x < kPaddedWidth; ++x) {
+      const int sx = std::min(kWidth - 1, std::max(0, x - kBorder));
+      const int sy = std::min(kHeight - 1, std::max(0, y - kBorder));
+      out[y * kPaddedWidth + x] = static_cast<T>(image[sy * kWidth + sx]);
+    }
+  return out;
+}
+
+struct Kernel {
+  const char* name;
+  int size;  // square, anchor in the middle
+  std::vector<float> k;
+  float offset;  // added before a result is shown as a byte, so negative edges show
+};
+
+const Kernel kKernels[] = {
+    {"blur", 5,
+     {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6, 4, 16, 24, 16, 4, 1, 4, 6, 4, 1},
+     0},
+    {"sharpen", 3, {0, -1, 0, -1, 5, -1, 0, -1, 0}, 0},
+    {"laplacian", 3, {0, 1, 0, 1, -4, 1, 0, 1, 0}, 128},
+};
+
+template <class T>
+std::vector<unsigned char> shown(const std::vector<T>& img, float offset) {
+  std::vector<unsigned char> out(img.size());
+  for (size_t i = 0; i < img.size(); ++i)
+    out[i] = static_cast<unsigned char>(
+        std::min(255.0f, std::max(0.0f, static_cast<float>(img[i]) + offset + 0.5f)));
+  return out;
+}
+
+// One kernel on an image in one pixel type, every build at one and two
+// threads; writes lumdemo_<kernel>_<type>.pgm.
+template <class T, class Fn>
+bool filterDemo(const std::string& dir, const std::vector<Lum8u>& image, const Kernel& kernel,
+                const char* type, Fn filterFn) {
+  std::vector<float> k = kernel.k;
+  float total = 0;
+  for (float v : k) total += v;
+  if (kernel.offset == 0)
+    for (float& v : k) v /= total;  // blur and sharpen keep the brightness
+  const std::vector<T> src = borderedCopy<T>(image);
+  const int step = kPaddedWidth * static_cast<int>(sizeof(T));
+  const T* interior = &src[kBorder * kPaddedWidth + kBorder];
+  const int c = kernel.size / 2;
+  std::vector<T> dst(kWidth * kHeight);
+  const std::string title = std::string(type) + " " + kernel.name + " " +
+                            std::to_string(kernel.size) + "x" + std::to_string(kernel.size);
+  const bool ok = runInEveryBuild(title.c_str(), dst, [&] {
+    return filterFn(interior, step, dst.data(), kWidth * static_cast<int>(sizeof(T)),
+                    LumSize{kWidth, kHeight}, k.data(), LumSize{kernel.size, kernel.size},
+                    LumPoint{c, c});
+  }, true, kEmulator != nullptr ? 1 : 9);
+  const std::vector<unsigned char> gray = shown(dst, kernel.offset);
+  const std::string name = std::string("lumdemo_") + kernel.name + "_" + type + ".pgm";
+  return writeImages(dir, {{name.c_str(), &gray}}) && ok;
 }
 
 }  // namespace
@@ -242,7 +326,7 @@ int main(int argc, char** argv) {
         return lumiDiv_8u_C1RSfs(flat.data(), kWidth, vignetted.data(), kWidth, corrected.data(),
                                  kWidth, {kWidth, kHeight}, -7);
       },
-      +[](Lum8u first, Lum8u other) { return first - other == 1 || other - first == 1; });
+      false, 15, +[](Lum8u first, Lum8u other) { return first - other == 1 || other - first == 1; });
   int worst = 0;
   for (size_t i = 0; i < scene.size(); ++i) worst = std::max(worst, std::abs(corrected[i] - scene[i]));
   std::printf("  corrected scene within %d of the original (what the darkening rounded away)\n", worst);
@@ -273,6 +357,15 @@ int main(int argc, char** argv) {
   ok &= writeImages(dir, {{"lumdemo_frame0_8u.pgm", &frame0},
                           {"lumdemo_frame1_8u.pgm", &frame1},
                           {"lumdemo_motion_8u.pgm", &motion}});
+
+  // Filters: blur, sharpen and edges on the first frame (the scene with
+  // its textured disc), as bytes, shorts and floats, from a bordered copy.
+  std::printf("\nfilters on frame 0 from a copy with a %d-pixel border\n", kBorder);
+  for (const Kernel& kernel : kKernels) {
+    ok &= filterDemo<Lum8u>(dir, frame0, kernel, "8u", lumiFilter32f_8u_C1R);
+    ok &= filterDemo<Lum16s>(dir, frame0, kernel, "16s", lumiFilter32f_16s_C1R);
+    ok &= filterDemo<Lum32f>(dir, frame0, kernel, "32f", lumiFilter_32f_C1R);
+  }
 
   std::printf("\n%s\n", ok ? "demo ok" : "demo FAILED");
   return ok ? 0 : 1;

@@ -217,19 +217,22 @@ inline void parallelRows(int pieces, bool apart, const Body& body) {
 }
 
 // Cuts `total` items (rows, elements) between the threads of a region of
-// `team`: every thread takes total / n items in order and the last one also
-// the total % n left over, n being the team the runtime actually gave. The
-// master works the two numbers out and publishes them before anyone starts.
-// Calls body(from, count) for each non-empty piece and returns the sum of
-// what those calls returned.
-template <class Body>
-inline int chunksLastTakesRest(int team, int total, const Body& body) {
+// `team`: every thread takes `chunk` items in order and the last one also the
+// rest, n being the team the runtime actually gave and chunk total / n, or
+// where `cut` moves it to (down, to a point pieces may start at without
+// changing a result; right for a team of two). The master works the two
+// numbers out and publishes them before anyone starts. Calls body(from,
+// count) for each non-empty piece and returns the sum of what those calls
+// returned.
+inline int wholeChunk(int chunk) { return chunk; }
+template <class Body, class Cut = int (*)(int)>
+inline int chunksLastTakesRest(int team, int total, const Body& body, const Cut& cut = wholeChunk) {
   int chunk = 0, rest = 0;
   return teamRegion(team, [&](int t, int n) {
 #pragma omp master
     {
-      chunk = total / n;
-      rest = total % n;
+      chunk = n > 1 ? cut(total / n) : total;
+      rest = total - n * chunk;
     }
 #pragma omp barrier
     const int count = chunk + (t == n - 1 ? rest : 0);

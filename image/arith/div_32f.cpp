@@ -185,6 +185,16 @@ inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b
 }
 #endif
 
+// The first element at or below `i` that starts a group of the row's own
+// layout: a group of four from the start where an operand does not start at
+// a whole float; otherwise a round of eight from the first element whose
+// destination is 16-byte aligned (the one, two or three before it form the
+// leading groups).
+inline int groupStart(const Lum32f* a, const Lum32f* b, const Lum32f* d, int i) {
+  if (!isAligned(a, 4) || !isAligned(b, 4) || !isAligned(d, 4)) return i & ~3;
+  const int lead = int((16 - (reinterpret_cast<uintptr_t>(d) & 15)) & 15) / 4;
+  return i < lead ? i : lead + ((i - lead) & ~7);
+}
 }  // namespace
 
 // ---- Row kernel (k1..k5) and its two-thread form (k4, k5) ----------------------------
@@ -215,10 +225,14 @@ int ownlumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int l
 #endif
 
 #if LUM_BUILD >= 4
+// The second thread starts where a group of the whole row starts, so that
+// every pixel shares its group with the same neighbours as on one thread
+// (a zero divisor in a group changes how the others are computed).
 int ownlumsDiv_32f_omp(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int len) {
-  return divRowInTwo(len, [=](int from, int count) {
-    return ownlumsDiv_32f(pSrc1 + from, pSrc2 + from, pDst + from, count);
-  });
+  return divRowInTwo(
+      len,
+      [=](int from, int count) { return ownlumsDiv_32f(pSrc1 + from, pSrc2 + from, pDst + from, count); },
+      [=](int half) { return groupStart(pSrc1, pSrc2, pDst, half); });
 }
 #endif
 

@@ -48,15 +48,16 @@ inline LumStatus divRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
 }
 
 // A long row between two threads: kernel(from, count) on each part, the
-// second thread taking the odd element; nonzero when a part met a zero
-// divisor. The thread count decides only whether to split: with one thread,
-// or fewer elements than threads, or where no team can be had (the child of
-// a fork), the kernel takes the whole row.
-template <class Kernel>
-inline int divRowInTwo(int len, const Kernel& kernel) {
+// second thread taking the odd element, or from where cut(len / 2) says;
+// nonzero when a part met a zero divisor. The thread count decides only
+// whether to split: with one thread, or fewer elements than threads, or
+// where no team can be had (the child of a fork), the kernel takes the
+// whole row.
+template <class Kernel, class Cut = int (*)(int)>
+inline int divRowInTwo(int len, const Kernel& kernel, const Cut& cut = wholeChunk) {
   const int threads = ownGetNumThreads();
   if (threads <= 1 || len < threads || ownGetTeamSize(2) < 2) return kernel(0, len);
-  return chunksLastTakesRest(2, len, kernel);
+  return chunksLastTakesRest(2, len, kernel, cut);
 }
 
 LUM_END_BUILD

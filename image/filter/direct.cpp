@@ -148,20 +148,27 @@ void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band,
   }
 }
 
-}  // namespace
-
 // ---- The band routines --------------------------------------------------------------------
 // One band of a filter call, its source pointer the pixel under the band's
-// first destination pixel. This is where a faster evaluation of a band
-// belongs, ahead of the direct loop: whenever it cannot finish a band
-// (unsuitable kernel or region, no scratch memory), the direct loop
-// computes the whole band, so a band's pixels never depend on whether it
-// ran.
+// first destination pixel. The vector builds try their fast path first;
+// whenever it cannot finish a band (unsuitable kernel or region, no scratch
+// memory), the direct loop computes the whole band.
+template <class T>
+void filterBand(const T* src, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kernel, LumSize ks,
+                LumPoint anchor) {
+#if LUM_BUILD >= 1
+  const Lum32f* const kLast = kernel + (static_cast<size_t>(ks.width) * ks.height - 1);
+  if (ownFilterFastBand(windowStart(src, srcStep, ks, anchor), srcStep, dst, dstStep, band, kLast, ks)) return;
+#endif
+  directRows(src, srcStep, dst, dstStep, band, kernel, ks, anchor);
+}
+
+}  // namespace
 
 #define LUM_FILTER_BAND(name, T)                                                            \
   void name(const T* pSrc, int srcStep, T* pDst, int dstStep, LumSize band,                 \
             const Lum32f* pKernel, LumSize kernelSize, LumPoint anchor) {                   \
-    directRows(pSrc, srcStep, pDst, dstStep, band, pKernel, kernelSize, anchor);            \
+    filterBand(pSrc, srcStep, pDst, dstStep, band, pKernel, kernelSize, anchor);            \
   }
 LUM_FILTER_BAND(ownFilterDirect32f_8u_C1R, Lum8u)
 LUM_FILTER_BAND(ownFilterDirect32f_16s_C1R, Lum16s)

@@ -1,0 +1,271 @@
+// Rows of floats to 8u (k1..k5) or 16s (k2..k5) pixels, each value first
+// multiplied by 2^-scaleFactor, then rounded by the caller's choice of mode
+// and saturated to the pixel type. The filters' fast paths write their
+// integer rows through here with mode 1 and no scale.
+//
+// Modes 0 (towards zero) and 1 (to nearest, ties to even) convert under the
+// SSE unit's own rounding control, set for the row and put back after it.
+// The vector minimum caps each value at the type's maximum (+infinity and
+// NaN included: a NaN comes out of it as the maximum and raises the invalid
+// flag); the conversion to 32-bit integers gives the most negative integer
+// for anything below its range, and the saturating narrowing then gives the
+// type's minimum. A NaN is mended afterwards: when the row raised the invalid
+// flag, a second pass writes 0 wherever the source holds a NaN.
+//
+// Every other mode rounds ties away from zero, and exactly: the value is
+// split into its truncated integer and its fraction, both exact in single
+// precision, and the integer moves one away from zero when the fraction
+// reaches a half. Adding a half before truncating would round 0.49999997 up
+// in single precision. NaN gives 0 here too.
+#include "image/build.h"
+
+#if LUM_BUILD >= 1
+
+#include "image/filter/to_pixel.h"
+#if LUM_BUILD == 1
+#include <xmmintrin.h>
+#elif LUM_BUILD >= 5
+#include <smmintrin.h>
+#else
+#include <emmintrin.h>
+#endif
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+constexpr uint32_t kRoundTowardsZero = 0x6000, kRoundingBits = 0x6000;
+constexpr uint32_t kInvalidFlag = 0x01, kPrecisionFlag = 0x20;
+
+inline uint32_t readMxcsr() {
+  uint32_t v;
+  __asm__ volatile("stmxcsr %0" : "=m"(v) : : "memory");
+  return v;
+}
+inline void writeMxcsr(uint32_t v) { __asm__ volatile("ldmxcsr %0" : : "m"(v) : "memory"); }
+
+// 2^-scaleFactor as 1.0 halved or doubled scaleFactor times in single
+// precision makes it: exact down to the smallest denormal, then 0; exact up
+// to 2^127, then infinity.
+float scaleMultiplier(int scaleFactor) {
+  uint32_t bits;
+  if (scaleFactor > 149) bits = 0;
+  else if (scaleFactor > 126) bits = 1u << (149 - scaleFactor);
+  else if (scaleFactor >= -127) bits = static_cast<uint32_t>(127 - scaleFactor) << 23;
+  else bits = 0x7F800000u;
+  float m;
+  __builtin_memcpy(&m, &bits, 4);
+  return m;
+}
+
+bool isNaNBits(const Lum32f* p) {
+  uint32_t bits;
+  __builtin_memcpy(&bits, p, 4);
+  return (bits & 0x7FFFFFFFu) > 0x7F800000u;
+}
+
+// What a row conversion writes: its range as floats and ints, and how a
+// 32-bit integer narrows with saturation.
+template <class T>
+struct Pixel;
+template <>
+struct Pixel<Lum8u> {
+  static constexpr float kMaxF = 255.0f, kMinF = 0.0f;
+  static Lum8u narrow(int n) { return static_cast<Lum8u>(n < 0 ? 0 : n > 255 ? 255 : n); }
+};
+template <>
+struct Pixel<Lum16s> {
+  static constexpr float kMaxF = 32767.0f, kMinF = -32768.0f;
+  static Lum16s narrow(int n) { return static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n); }
+};
+
+// ---- Modes 0 and 1 ----------------------------------------------------------------------------
+// One value in lane 0 of the same operations as the vector rounds, under the
+// rounding control already set.
+template <class T, bool kScaled>
+inline T roundedOne(const Lum32f* p, __m128 m, __m128 max) {
+  __m128 v = _mm_load_ss(p);
+  if (kScaled) v = _mm_mul_ss(v, m);
+  return Pixel<T>::narrow(_mm_cvtss_si32(_mm_min_ss(v, max)));
+}
+
+#if LUM_BUILD == 1
+
+typedef __m64 Bytes8Unaligned __attribute__((aligned(1), may_alias));
+inline void vStoreBytes8(Lum8u* d, __m64 v) { *reinterpret_cast<Bytes8Unaligned*>(d) = v; }
+
+// Two lanes at a time into MMX integers, narrowed there with saturation.
+template <bool kAligned, bool kScaled>
+int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m) {
+  const __m128 max = _mm_set1_ps(255.0f);
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    _mm_prefetch(reinterpret_cast<const char*>(src + i) + 64, _MM_HINT_T0);
+    __m128 a = kAligned ? _mm_load_ps(src + i) : _mm_loadu_ps(src + i);
+    __m128 b = kAligned ? _mm_load_ps(src + i + 4) : _mm_loadu_ps(src + i + 4);
+    if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
+    a = _mm_min_ps(a, max), b = _mm_min_ps(b, max);
+    const __m64 lo = _mm_packs_pi32(_mm_cvtps_pi32(a), _mm_cvtps_pi32(_mm_movehl_ps(a, a)));
+    const __m64 hi = _mm_packs_pi32(_mm_cvtps_pi32(b), _mm_cvtps_pi32(_mm_movehl_ps(b, b)));
+    vStoreBytes8(dst + i, _mm_packs_pu16(lo, hi));
+  }
+  _mm_empty();
+  return i;
+}
+
+#else
+
+inline __m128i roundedInts(__m128 v, bool truncate) { return truncate ? _mm_cvttps_epi32(v) : _mm_cvtps_epi32(v); }
+inline void storeEight(Lum8u* d, __m128i lo, __m128i hi) {
+  const __m128i s = _mm_packs_epi32(lo, hi);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(s, s));
+}
+inline void storeEight(Lum16s* d, __m128i lo, __m128i hi) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packs_epi32(lo, hi));
+}
+
+// Mode 0 truncates by instruction, mode 1 rounds under the control set.
+template <bool kAligned, bool kScaled, class T>
+int roundedRounds(const Lum32f* src, T* dst, int len, __m128 m, bool truncate) {
+  const __m128 max = _mm_set1_ps(Pixel<T>::kMaxF);
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    _mm_prefetch(reinterpret_cast<const char*>(src + i) + 64, _MM_HINT_T0);
+    __m128 a = kAligned ? _mm_load_ps(src + i) : _mm_loadu_ps(src + i);
+    __m128 b = kAligned ? _mm_load_ps(src + i + 4) : _mm_loadu_ps(src + i + 4);
+    if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
+    a = _mm_min_ps(a, max), b = _mm_min_ps(b, max);
+    storeEight(dst + i, roundedInts(a, truncate), roundedInts(b, truncate));
+  }
+  return i;
+}
+
+#endif
+
+template <bool kScaled, class T>
+void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
+  const __m128 max = _mm_set_ss(Pixel<T>::kMaxF);
+  int i = 0;
+  // Single values up to a 16-byte boundary when there is one to reach.
+  for (; i < len && isAligned(src, 4) && !isAligned(src + i, 16); ++i)
+    storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
+#if LUM_BUILD == 1
+  (void)mode;
+  i += isAligned(src + i, 16) ? roundedRounds<true, kScaled>(src + i, dst + i, len - i, m)
+                              : roundedRounds<false, kScaled>(src + i, dst + i, len - i, m);
+#else
+  i += isAligned(src + i, 16) ? roundedRounds<true, kScaled>(src + i, dst + i, len - i, m, mode == 0)
+                              : roundedRounds<false, kScaled>(src + i, dst + i, len - i, m, mode == 0);
+#endif
+  for (; i < len; ++i) storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
+}
+
+template <class T>
+void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
+  const uint32_t caller = readMxcsr();
+  const uint32_t own = (caller & ~(kRoundingBits | kInvalidFlag | kPrecisionFlag)) | (mode == 0 ? kRoundTowardsZero : 0);
+  if (own != caller) writeMxcsr(own);
+  if (scaleFactor == 0) roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
+  else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
+  const uint32_t after = readMxcsr();
+  if (((after ^ caller) & ~kPrecisionFlag) != 0) writeMxcsr(caller);
+  if (after & kInvalidFlag)
+    for (int i = 0; i < len; ++i)
+      if (isNaNBits(src + i)) storePixel(dst + i, T(0));
+}
+
+// ---- Ties away from zero ----------------------------------------------------------------------
+#if LUM_BUILD == 1
+
+// On the x87 in extended precision. The product of a float and a power of
+// two is exact there, and so is the fraction left by truncation, whatever
+// precision and rounding the caller's control word selects.
+Lum8u awayFromZeroOne(const Lum32f* p, long double m) {
+  const long double v = static_cast<long double>(loadPixel(p)) * m;
+  if (v != v || v <= 0) return 0;
+  if (v >= 255) return 255;
+  const int n = truncateByChopping(v);
+  return static_cast<Lum8u>(v - n >= 0.5L ? n + 1 : n);
+}
+
+void convertAwayFromZero(const Lum32f* src, Lum8u* dst, int len, int scaleFactor) {
+  long double m = 1;
+  for (int i = 0; i < scaleFactor && m != 0; ++i) m /= 2;
+  for (int i = 0; i > scaleFactor && m <= 1e4000L; --i) m *= 2;  // past any float's range: enough
+  for (int i = 0; i < len; ++i) storePixel(dst + i, awayFromZeroOne(src + i, m));
+}
+
+#else
+
+// Four values: clamped to the type's range (NaN to 0), truncated, and moved
+// one away from zero where the exact fraction is at least a half.
+template <class T>
+inline __m128i awayFromZeroFour(__m128 v) {
+  const __m128 ordered = _mm_cmpord_ps(v, v);
+  v = _mm_and_ps(_mm_max_ps(_mm_min_ps(v, _mm_set1_ps(Pixel<T>::kMaxF)), _mm_set1_ps(Pixel<T>::kMinF)), ordered);
+  const __m128i n = _mm_cvttps_epi32(v);
+  const __m128 fraction = _mm_sub_ps(v, _mm_cvtepi32_ps(n));
+  const __m128i up = _mm_castps_si128(_mm_cmpge_ps(fraction, _mm_set1_ps(0.5f)));
+  const __m128i down = _mm_castps_si128(_mm_cmple_ps(fraction, _mm_set1_ps(-0.5f)));
+  return _mm_add_epi32(_mm_sub_epi32(n, up), down);
+}
+
+template <bool kScaled, class T>
+void awayFromZeroRow(const Lum32f* src, T* dst, int len, __m128 m) {
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    __m128 a = _mm_loadu_ps(src + i), b = _mm_loadu_ps(src + i + 4);
+    if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
+    storeEight(dst + i, awayFromZeroFour<T>(a), awayFromZeroFour<T>(b));
+  }
+  for (; i < len; ++i) {
+    __m128 v = _mm_load_ss(src + i);
+    if (kScaled) v = _mm_mul_ss(v, m);
+    storePixel(dst + i, Pixel<T>::narrow(_mm_cvtsi128_si32(awayFromZeroFour<T>(v))));
+  }
+}
+
+template <class T>
+void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
+  if (scaleFactor == 0) awayFromZeroRow<false>(src, dst, len, _mm_setzero_ps());
+  else awayFromZeroRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)));
+}
+
+#endif
+
+template <class T, void (*rounded)(const Lum32f*, T*, int, int, int), void (*away)(const Lum32f*, T*, int, int)>
+LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
+  if (src == nullptr || dst == nullptr) return lumStsNullPtrErr;
+  if (len < 1) return lumStsSizeErr;
+  if (mode == 0 || mode == 1) rounded(src, dst, len, mode, scaleFactor);
+  else away(src, dst, len, scaleFactor);
+  return lumStsNoErr;
+}
+
+}  // namespace
+
+void ownlumsCnvrt_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode, int scaleFactor) {
+  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
+}
+void ownlumsCnvrtFin_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int scaleFactor) {
+  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
+}
+LumStatus lumsConvert_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode, int scaleFactor) {
+  return convert<Lum8u, ownlumsCnvrt_32f8u_Sfs, ownlumsCnvrtFin_32f8u_Sfs>(pSrc, pDst, len, rndMode, scaleFactor);
+}
+
+#if LUM_BUILD >= 2
+void ownlumsCnvrt_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode, int scaleFactor) {
+  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
+}
+void ownlumsCnvrtFin_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int scaleFactor) {
+  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
+}
+LumStatus lumsConvert_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode, int scaleFactor) {
+  return convert<Lum16s, ownlumsCnvrt_32f16s_Sfs, ownlumsCnvrtFin_32f16s_Sfs>(pSrc, pDst, len, rndMode, scaleFactor);
+}
+#endif
+
+LUM_END_BUILD
+
+#endif

@@ -1,0 +1,508 @@
+// The vectorised evaluation of a filter band, builds k1..k5: the band
+// routines try it first and run the direct loop whenever it declines.
+//
+// Every fast path starts from a copy of the kernel in a scratch buffer,
+// mirrored (all kw x kh coefficients in reverse order, so that row r of the
+// copy multiplies row r of the window from the top, its columns in source
+// order) and each coefficient four times, so that it enters the inner loops
+// as one aligned load for four neighbouring outputs.
+//
+// The sums are the direct loop's, term for term: an accumulator starts at 0
+// and takes the products of the window's rows from the top and, within a
+// row, from the left, each added in single precision as it comes. From SSE2
+// on, where the direct loop runs the same SSE operations, a band's pixels
+// are therefore the same bits on either path, and the integer conversion
+// (nearest, ties to even, saturated, NaN 0) is the direct loop's rule too.
+//
+// 32f (and 16s in k1, where no SSE2 conversion exists): the whole band at
+// once, a row at a time: single outputs until the source is aligned to a
+// whole vector, then eight outputs a step from aligned loads, the window's
+// columns shifted into place by shuffles; the last outputs four and one at a
+// time. 8u, and 16s from k2 on: the row-pair scheme, each source row widened
+// once for two destination rows, the rows' sums kept in two float rows of
+// the scratch and converted when complete.
+#include "image/build.h"
+
+#if LUM_BUILD >= 1
+
+#if LUM_BUILD == 1
+#include <xmmintrin.h>
+#elif LUM_BUILD >= 5
+#include <smmintrin.h>
+#else
+#include <emmintrin.h>
+#endif
+
+LUM_BEGIN_BUILD
+
+namespace {
+
+constexpr int kMinKernelWidth = 3, kMinWidth = 16;
+// A kernel whose magnitudes sum to more than this could take a 16s sum out
+// of the range its fast paths convert through.
+constexpr float kMax16sKernelMagnitude = 32767.0f;
+// The allocator asks i_malloc for 4 * n + 36 bytes in 32 bits.
+constexpr long long kMaxScratchFloats = (0xFFFFFFFFLL - 36) / 4;
+
+// ---- Scratch and the mirrored, replicated kernel ------------------------------------------------
+
+class Scratch {
+ public:
+  explicit Scratch(long long floats)
+      : p_(floats <= kMaxScratchFloats ? LUM_ENTRY(lumsMalloc_32f)(static_cast<int>(floats)) : nullptr) {}
+  ~Scratch() { LUM_ENTRY(lumsFree)(p_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  Lum32f* get() const { return p_; }
+
+ private:
+  Lum32f* p_;
+};
+
+long long kernelFloats(LumSize ks) { return 4LL * ks.width * ks.height; }
+
+void mirrorKernel(const Lum32f* kLast, int count, Lum32f* out) {
+  for (int i = 0; i < count; ++i) _mm_store_ps(out + 4 * i, _mm_load1_ps(kLast - i));
+}
+
+inline const Lum32f* kernelRow(const Lum32f* mirrored, int r, int kw) { return mirrored + 4 * static_cast<ptrdiff_t>(r) * kw; }
+
+// ---- Pixels as floats ---------------------------------------------------------------------------
+// Widening is exact: bytes and shorts are small integers.
+
+inline __m128 onePixel(const Lum32f* p) { return _mm_load_ss(p); }
+inline __m128 onePixel(const Lum16s* p) { return _mm_cvtsi32_ss(_mm_setzero_ps(), loadPixel(p)); }
+inline __m128 onePixel(const Lum8u* p) { return _mm_cvtsi32_ss(_mm_setzero_ps(), loadPixel(p)); }
+
+inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
+inline __m128 alignedFour(const Lum32f* p) { return _mm_load_ps(p); }
+
+#if LUM_BUILD == 1
+
+inline __m64 eightBytes(const void* p) {
+  __m64 v;
+  __builtin_memcpy(&v, p, 8);
+  return v;
+}
+inline __m128 fourPixels(const Lum16s* p) { return _mm_cvtpi16_ps(eightBytes(p)); }
+inline __m128 alignedFour(const Lum16s* p) { return fourPixels(p); }
+inline __m128 fourPixels(const Lum8u* p) {
+  int32_t bits;
+  __builtin_memcpy(&bits, p, 4);
+  return _mm_cvtpu8_ps(_mm_cvtsi32_si64(bits));
+}
+inline void eightPixels(const Lum8u* p, __m128& lo, __m128& hi) {
+  const __m64 v = eightBytes(p);
+  lo = _mm_cvtpu8_ps(v), hi = _mm_cvtpu8_ps(_mm_srli_si64(v, 32));
+}
+inline void endVectorState() { _mm_empty(); }
+
+#else
+
+inline __m128 fourPixels(const Lum8u* p) {
+  int32_t bits;
+  __builtin_memcpy(&bits, p, 4);
+#if LUM_BUILD >= 5
+  return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(bits)));
+#else
+  const __m128i zero = _mm_setzero_si128();
+  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+#endif
+}
+inline __m128 fourPixels(const Lum16s* p) {
+  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+#if LUM_BUILD >= 5
+  return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v));
+#else
+  return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+#endif
+}
+inline void eightPixels(const Lum8u* p, __m128& lo, __m128& hi) {
+  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+#if LUM_BUILD >= 5
+  lo = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(v)), hi = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_srli_si128(v, 4)));
+#else
+  const __m128i zero = _mm_setzero_si128(), w = _mm_unpacklo_epi8(v, zero);
+  lo = _mm_cvtepi32_ps(_mm_unpacklo_epi16(w, zero)), hi = _mm_cvtepi32_ps(_mm_unpackhi_epi16(w, zero));
+#endif
+}
+inline void eightPixels(const Lum16s* p, __m128& lo, __m128& hi) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+#if LUM_BUILD >= 5
+  lo = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v)), hi = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_srli_si128(v, 8)));
+#else
+  lo = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+  hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));
+#endif
+}
+inline void endVectorState() {}
+
+#endif
+
+// acc + pixels * coefficient, the operands in the direct loop's order.
+inline __m128 addProduct(__m128 acc, __m128 pixels, const Lum32f* k) {
+  return _mm_add_ps(acc, _mm_mul_ps(pixels, _mm_load_ps(k)));
+}
+inline __m128 addProductOne(__m128 acc, __m128 pixel, const Lum32f* k) {
+  return _mm_add_ss(acc, _mm_mul_ss(pixel, _mm_load_ss(k)));
+}
+
+// ---- Whole-band routines (32f; 16s in k1) ------------------------------------------------------------
+
+template <int N>
+struct Int {
+  static constexpr int value = N;
+};
+template <bool B>
+struct Bool {
+  static constexpr bool value = B;
+};
+
+// The four pixels 1, 2 and 3 places on from the vector a, continuing into b.
+struct Shifted {
+  __m128 by1, by2, by3;
+};
+inline Shifted shifted(__m128 a, __m128 b) {
+  const __m128 by2 = _mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 0, 3, 2));
+  return {_mm_shuffle_ps(a, by2, _MM_SHUFFLE(2, 1, 2, 1)), by2, _mm_shuffle_ps(by2, b, _MM_SHUFFLE(2, 1, 2, 1))};
+}
+
+// Outputs x .. x + 7 of a row, s the window's top-left pixel for output x,
+// aligned to a whole vector. Four columns a step, then the rest; KW fixes
+// the kernel width at compile time (0: kw). The window's lower rows are
+// aligned too when the step is a multiple of the vector (kAligned);
+// otherwise they are loaded unaligned.
+template <int KW, bool kAligned, class T>
+inline void eightOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, __m128& out0, __m128& out1) {
+  const int w = KW ? KW : kw;
+  __m128 acc0 = _mm_setzero_ps(), acc1 = _mm_setzero_ps();
+  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1)) {
+    const Lum32f* k = kernelRow(mirrored, r, w);
+    const auto four = [](const T* p) { return kAligned ? alignedFour(p) : fourPixels(p); };
+    __m128 lo = four(s), hi = four(s + 4);
+    int c = 0;
+    for (; c + 4 <= w; c += 4, k += 16) {
+      const __m128 next = four(s + c + 8);
+      const Shifted a = shifted(lo, hi), b = shifted(hi, next);
+      acc0 = addProduct(acc0, lo, k), acc1 = addProduct(acc1, hi, k);
+      acc0 = addProduct(acc0, a.by1, k + 4), acc1 = addProduct(acc1, b.by1, k + 4);
+      acc0 = addProduct(acc0, a.by2, k + 8), acc1 = addProduct(acc1, b.by2, k + 8);
+      acc0 = addProduct(acc0, a.by3, k + 12), acc1 = addProduct(acc1, b.by3, k + 12);
+      lo = hi, hi = next;
+    }
+    const int rest = w - c;
+    if (rest > 0) acc0 = addProduct(acc0, lo, k), acc1 = addProduct(acc1, hi, k);
+    if (rest > 1) {
+      const __m128 next = four(s + c + 8);
+      const Shifted a = shifted(lo, hi), b = shifted(hi, next);
+      acc0 = addProduct(acc0, a.by1, k + 4), acc1 = addProduct(acc1, b.by1, k + 4);
+      if (rest > 2) acc0 = addProduct(acc0, a.by2, k + 8), acc1 = addProduct(acc1, b.by2, k + 8);
+    }
+  }
+  out0 = acc0, out1 = acc1;
+}
+
+template <class T>
+inline __m128 fourOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh) {
+  __m128 acc = _mm_setzero_ps();
+  const Lum32f* k = mirrored;
+  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1))
+    for (int c = 0; c < kw; ++c, k += 4) acc = addProduct(acc, fourPixels(s + c), k);
+  return acc;
+}
+
+template <class T>
+inline __m128 oneOutput(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh) {
+  __m128 acc = _mm_setzero_ps();
+  const Lum32f* k = mirrored;
+  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1))
+    for (int c = 0; c < kw; ++c, k += 4) acc = addProductOne(acc, onePixel(s + c), k);
+  return acc;
+}
+
+// Sums written out. 32f as they are; 16s (k1) converted to 32-bit integers
+// under the caller's SSE rounding, which the kernel bound keeps in range,
+// then saturated; a NaN sum is masked to 0 first, as the direct loop makes
+// it.
+inline void storeFour(Lum32f* d, __m128 sums) { _mm_storeu_ps(d, sums); }
+inline void storeOne(Lum32f* d, __m128 sum) {
+  float v;
+  _mm_store_ss(&v, sum);
+  storePixel(d, v);
+}
+inline __m128 nanToZero(__m128 v) { return _mm_and_ps(v, _mm_cmpord_ps(v, v)); }
+#if LUM_BUILD == 1
+inline void storeFour(Lum16s* d, __m128 sums) {
+  sums = nanToZero(sums);
+  const __m64 v = _mm_packs_pi32(_mm_cvtps_pi32(sums), _mm_cvtps_pi32(_mm_movehl_ps(sums, sums)));
+  __builtin_memcpy(d, &v, 8);
+}
+inline void storeOne(Lum16s* d, __m128 sum) {
+  const int n = _mm_cvtss_si32(nanToZero(sum));
+  storePixel(d, static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n));
+}
+#endif
+
+template <class T>
+void onePoint(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T* d) {
+  storeOne(d, oneOutput(s, srcStep, mirrored, kw, kh));
+}
+
+template <int KW, bool kAligned, class T>
+void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* mirrored, int kw,
+                   int kh) {
+  constexpr uintptr_t kVectorBytes = 4 * sizeof(T);
+  for (int y = 0; y < height; ++y) {
+    const T* const s = rowAt(win, srcStep, y);
+    T* const d = rowAt(dst, dstStep, y);
+    int x = 0;
+    for (; x < width && !isAligned(s + x, kVectorBytes); ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
+    // Eight outputs while the last aligned load stays inside the window row
+    // (it ends at most kw + 10 pixels past x).
+    for (; x + 11 <= width; x += 8) {
+      __m128 lo, hi;
+      eightOutputs<KW, kAligned>(s + x, srcStep, mirrored, kw, kh, lo, hi);
+      storeFour(d + x, lo), storeFour(d + x + 4, hi);
+    }
+    for (; x + 4 <= width; x += 4) storeFour(d + x, fourOutputs(s + x, srcStep, mirrored, kw, kh));
+    for (; x < width; ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
+  }
+  endVectorState();
+}
+
+// Fills the scratch with the mirrored kernel, then computes the band, or
+// declines (0) for a kernel narrower than 3 or a window whose rows do not
+// all start on a whole pixel's boundary (4 bytes for 32f, 2 for 16s).
+template <class T>
+int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* kLast, int kw, int kh,
+              Lum32f* scratch) {
+  mirrorKernel(kLast, kw * kh, scratch);
+  if (kw < kMinKernelWidth || !isAligned(win, sizeof(T)) || srcStep % static_cast<int>(sizeof(T)) != 0) return 0;
+  const bool aligned = srcStep % static_cast<int>(4 * sizeof(T)) == 0;
+  const auto rows = [&](auto kw_, auto aligned_) {
+    wholeBandRows<decltype(kw_)::value, decltype(aligned_)::value>(win, srcStep, dst, dstStep, width, height, scratch, kw, kh);
+  };
+  const auto withWidth = [&](auto aligned_) {
+    switch (kw) {
+      case 3: return rows(Int<3>(), aligned_);
+      case 4: return rows(Int<4>(), aligned_);
+      case 5: return rows(Int<5>(), aligned_);
+      default: return rows(Int<0>(), aligned_);
+    }
+  };
+  if (aligned) withWidth(Bool<true>());
+  else withWidth(Bool<false>());
+  return 1;
+}
+
+// ---- Row routines of the row-pair scheme (8u; 16s from k2 on) -------------------------------------
+// A source row times one or two kernel rows into accumulator rows (16-byte
+// aligned, whole vectors): eight outputs a step, then four, then one. An
+// accumulator either starts at 0 (kStore) or goes on from what it holds.
+
+template <bool kStore>
+inline __m128 startFour(const Lum32f* acc) { return kStore ? _mm_setzero_ps() : _mm_load_ps(acc); }
+template <bool kStore>
+inline __m128 startOne(const Lum32f* acc) { return kStore ? _mm_setzero_ps() : _mm_load_ss(acc); }
+
+template <int KW, bool kStore, class T>
+void aRow(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw) {
+  const int w = KW ? KW : kw;
+  int x = 0;
+  for (; x + 8 <= width; x += 8) {
+    __m128 a0 = startFour<kStore>(acc + x), a1 = startFour<kStore>(acc + x + 4), lo, hi;
+    for (int c = 0; c < w; ++c) {
+      eightPixels(src + x + c, lo, hi);
+      a0 = addProduct(a0, lo, kRow + 4 * c), a1 = addProduct(a1, hi, kRow + 4 * c);
+    }
+    _mm_store_ps(acc + x, a0), _mm_store_ps(acc + x + 4, a1);
+  }
+  for (; x + 4 <= width; x += 4) {
+    __m128 a = startFour<kStore>(acc + x);
+    for (int c = 0; c < w; ++c) a = addProduct(a, fourPixels(src + x + c), kRow + 4 * c);
+    _mm_store_ps(acc + x, a);
+  }
+  for (; x < width; ++x) {
+    __m128 a = startOne<kStore>(acc + x);
+    for (int c = 0; c < w; ++c) a = addProductOne(a, onePixel(src + x + c), kRow + 4 * c);
+    _mm_store_ss(acc + x, a);
+  }
+  endVectorState();
+}
+
+template <int KW, bool kStoreB, class T>
+void bRow(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA, const Lum32f* kRowB, int kw) {
+  const int w = KW ? KW : kw;
+  int x = 0;
+  for (; x + 8 <= width; x += 8) {
+    __m128 a0 = _mm_load_ps(accA + x), a1 = _mm_load_ps(accA + x + 4);
+    __m128 b0 = startFour<kStoreB>(accB + x), b1 = startFour<kStoreB>(accB + x + 4), lo, hi;
+    for (int c = 0; c < w; ++c) {
+      eightPixels(src + x + c, lo, hi);
+      a0 = addProduct(a0, lo, kRowA + 4 * c), a1 = addProduct(a1, hi, kRowA + 4 * c);
+      b0 = addProduct(b0, lo, kRowB + 4 * c), b1 = addProduct(b1, hi, kRowB + 4 * c);
+    }
+    _mm_store_ps(accA + x, a0), _mm_store_ps(accA + x + 4, a1);
+    _mm_store_ps(accB + x, b0), _mm_store_ps(accB + x + 4, b1);
+  }
+  for (; x + 4 <= width; x += 4) {
+    __m128 a = _mm_load_ps(accA + x), b = startFour<kStoreB>(accB + x);
+    for (int c = 0; c < w; ++c) {
+      const __m128 p = fourPixels(src + x + c);
+      a = addProduct(a, p, kRowA + 4 * c), b = addProduct(b, p, kRowB + 4 * c);
+    }
+    _mm_store_ps(accA + x, a), _mm_store_ps(accB + x, b);
+  }
+  for (; x < width; ++x) {
+    __m128 a = _mm_load_ss(accA + x), b = startOne<kStoreB>(accB + x);
+    for (int c = 0; c < w; ++c) {
+      const __m128 p = onePixel(src + x + c);
+      a = addProductOne(a, p, kRowA + 4 * c), b = addProductOne(b, p, kRowB + 4 * c);
+    }
+    _mm_store_ss(accA + x, a), _mm_store_ss(accB + x, b);
+  }
+  endVectorState();
+}
+
+template <int KW, class T>
+void aRowAt(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw, int rowIndex) {
+  if (rowIndex == 0) aRow<KW, true>(src, acc, width, kRow, kw);
+  else aRow<KW, false>(src, acc, width, kRow, kw);
+}
+template <int KW, class T>
+void bRowAt(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA, const Lum32f* kRowB, int kw, int k) {
+  if (k == 1) bRow<KW, true>(src, accA, accB, width, kRowA, kRowB, kw);
+  else bRow<KW, false>(src, accA, accB, width, kRowA, kRowB, kw);
+}
+
+// The row routines of one kernel width, specialised for 3, 4 and 5.
+template <class T>
+struct RowRoutines {
+  void (*a)(const T*, Lum32f*, int, const Lum32f*, int, int);
+  void (*b)(const T*, Lum32f*, Lum32f*, int, const Lum32f*, const Lum32f*, int, int);
+};
+template <class T>
+RowRoutines<T> rowRoutines(int kw) {
+  switch (kw) {
+    case 3: return {aRowAt<3, T>, bRowAt<3, T>};
+    case 4: return {aRowAt<4, T>, bRowAt<4, T>};
+    case 5: return {aRowAt<5, T>, bRowAt<5, T>};
+    default: return {aRowAt<0, T>, bRowAt<0, T>};
+  }
+}
+
+inline void convertRow(const Lum32f* sums, Lum8u* d, int width) { lumsConvert_32f8u_Sfs(sums, d, width, 1, 0); }
+#if LUM_BUILD >= 2
+inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { lumsConvert_32f16s_Sfs(sums, d, width, 1, 0); }
+#endif
+
+// Pairs of destination rows: row y's sums in A, row y + 1's in B, the kh + 1
+// source rows below the pair's window start read once each; then an odd last
+// row alone in A. False, with nothing written, when there is no scratch.
+template <class T>
+bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kLast, LumSize ks) {
+  const int width = band.width, kw = ks.width, kh = ks.height;
+  const Scratch scratch(kernelFloats(ks) + 2LL * width + 7);
+  Lum32f* const mirrored = scratch.get();
+  if (mirrored == nullptr) return false;
+  mirrorKernel(kLast, kw * kh, mirrored);
+  Lum32f* const a = mirrored + kernelFloats(ks);
+  Lum32f* const b = a + ((width + 3) & ~3);
+  const RowRoutines<T> rows = rowRoutines<T>(kw);
+  int y = 0;
+  for (; y + 2 <= band.height; y += 2) {
+    const T* const s = rowAt(win, srcStep, y);
+    rows.a(s, a, width, kernelRow(mirrored, 0, kw), kw, 0);
+    for (int k = 1; k < kh; ++k)
+      rows.b(rowAt(s, srcStep, k), a, b, width, kernelRow(mirrored, k, kw), kernelRow(mirrored, k - 1, kw), kw, k);
+    rows.a(rowAt(s, srcStep, kh), b, width, kernelRow(mirrored, kh - 1, kw), kw, kh - 1);
+    convertRow(a, rowAt(dst, dstStep, y), width);
+    convertRow(b, rowAt(dst, dstStep, y + 1), width);
+  }
+  if (y < band.height) {
+    const T* const s = rowAt(win, srcStep, y);
+    for (int k = 0; k < kh; ++k) rows.a(rowAt(s, srcStep, k), a, width, kernelRow(mirrored, k, kw), kw, k);
+    convertRow(a, rowAt(dst, dstStep, y), width);
+  }
+  return true;
+}
+
+bool wideEnough(LumSize band, LumSize ks) { return ks.width >= kMinKernelWidth && band.width >= kMinWidth; }
+
+// The magnitudes summed in kernel order; a NaN among them passes.
+bool within16sBound(const Lum32f* kLast, LumSize ks) {
+  const long long n = static_cast<long long>(ks.width) * ks.height;
+  const Lum32f* const k = kLast - (n - 1);
+  float sum = 0;
+  for (long long i = 0; i < n; ++i) sum += __builtin_fabsf(loadPixel(k + i));
+  return !(sum > kMax16sKernelMagnitude);
+}
+
+template <class T, int (*band)(const T*, int, T*, int, int, int, const Lum32f*, int, int, Lum32f*)>
+bool wholeBandWithScratch(const T* win, int srcStep, T* dst, int dstStep, LumSize size, const Lum32f* kLast, LumSize ks) {
+  const Scratch scratch(kernelFloats(ks));
+  return scratch.get() != nullptr &&
+         band(win, srcStep, dst, dstStep, size.width, size.height, kLast, ks.width, ks.height, scratch.get()) != 0;
+}
+
+}  // namespace
+
+int ownFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pDst, int dstStep, int width, int height,
+                      const Lum32f* pKernelLast, int kw, int kh, Lum32f* pScratch) {
+  return wholeBand(pSrc, srcStep, pDst, dstStep, width, height, pKernelLast, kw, kh, pScratch);
+}
+void ownOnePoint_32f_C1R(const Lum32f* pSrc, int srcStep, const Lum32f* pMirrored, int kw, int kh, Lum32f* pDst) {
+  onePoint(pSrc, srcStep, pMirrored, kw, kh, pDst);
+}
+
+#if LUM_BUILD == 1
+int ownFilter32f_16s_C1R(const Lum16s* pSrc, int srcStep, Lum16s* pDst, int dstStep, int width, int height,
+                         const Lum32f* pKernelLast, int kw, int kh, Lum32f* pScratch) {
+  return wholeBand(pSrc, srcStep, pDst, dstStep, width, height, pKernelLast, kw, kh, pScratch);
+}
+void ownOnePoint32f_16s_C1R(const Lum16s* pSrc, int srcStep, const Lum32f* pMirrored, int kw, int kh, Lum16s* pDst) {
+  onePoint(pSrc, srcStep, pMirrored, kw, kh, pDst);
+}
+#endif
+
+void ownAFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+  rowRoutines<Lum8u>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
+}
+void ownBFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
+                             const Lum32f* pKernelRowKm1, int kw, int k) {
+  rowRoutines<Lum8u>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
+}
+#if LUM_BUILD >= 2
+void ownAFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+  rowRoutines<Lum16s>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
+}
+void ownBFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
+                              const Lum32f* pKernelRowKm1, int kw, int k) {
+  rowRoutines<Lum16s>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
+}
+#endif
+
+bool ownFilterFastBand(const Lum8u* win, int srcStep, Lum8u* dst, int dstStep, LumSize band, const Lum32f* kLast,
+                       LumSize ks) {
+  return wideEnough(band, ks) && rowPairs(win, srcStep, dst, dstStep, band, kLast, ks);
+}
+
+bool ownFilterFastBand(const Lum16s* win, int srcStep, Lum16s* dst, int dstStep, LumSize band, const Lum32f* kLast,
+                       LumSize ks) {
+  if (!wideEnough(band, ks) || !within16sBound(kLast, ks)) return false;
+#if LUM_BUILD == 1
+  return wholeBandWithScratch<Lum16s, ownFilter32f_16s_C1R>(win, srcStep, dst, dstStep, band, kLast, ks);
+#else
+  return rowPairs(win, srcStep, dst, dstStep, band, kLast, ks);
+#endif
+}
+
+bool ownFilterFastBand(const Lum32f* win, int srcStep, Lum32f* dst, int dstStep, LumSize band, const Lum32f* kLast,
+                       LumSize ks) {
+  return wideEnough(band, ks) &&
+         wholeBandWithScratch<Lum32f, ownFilter_32f_C1R>(win, srcStep, dst, dstStep, band, kLast, ks);
+}
+
+LUM_END_BUILD
+
+#endif

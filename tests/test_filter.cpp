@@ -200,6 +200,101 @@ TEST_P(Filter, ThreadsAndBands) {
   }
 }
 
+// ---- The fast paths against the direct loop of the same build: each call twice, as it is and with
+// every allocation failing, which leaves each band to the direct loop. From SSE2 on the fast paths add
+// the same products in the same order as the direct loop, so every byte must match. In k1 the direct
+// loop sums n products in extended precision and the fast paths in single: a 32f output may then be off
+// by the single-precision accumulation bound (n + 1) * 2^-24 * sum |products|, and an integer one by 1
+// only where the exact sum lies within that distance of a half.
+struct Shape { int w, h, kw, kh, layout = 0, threads = 1, misalign = 0; std::vector<float> kernel{}; };
+
+template <class T>
+void againstDirect(int build, Shape sh, int env) {
+  static std::mt19937 g(11);
+  const int P = sizeof(T), W = sh.w + sh.kw - 1, H = sh.h + sh.kh - 1, dstStep = sh.w * P + 4, n = sh.kw * sh.kh;
+  for (int i = int(sh.kernel.size()); i < n; ++i) sh.kernel.push_back(std::uniform_real_distribution<float>(-1, 1)(g));
+  float magnitudes = 0;
+  for (float k : sh.kernel) magnitudes += std::fabs(k);
+  const bool tries = build > 0 && sh.kw >= 3 && sh.w >= 16 && (P != 2 || !(magnitudes > 32767));
+  Window win(W * P + sh.misalign, H, sh.layout);
+  std::vector<T> s(W * H);
+  for (T& v : s) v = P == 4 ? T(std::uniform_real_distribution<float>(-100, 100)(g)) : T(g());
+  for (int r = 0; r < H; ++r) std::memcpy(win.first + sh.misalign + r * win.step, &s[r * W], W * P);
+  const T* src = reinterpret_cast<const T*>(win.first + sh.misalign + (sh.kh - 1 - sh.kh / 2) * win.step) + (sh.kw - 1 - sh.kw / 2);
+  // The whole-band routines decline rows that do not start on a pixel boundary.
+  const bool declines = (P == 4 || (P == 2 && build == 1)) && (uintptr_t(src) % P || win.step % P);
+  std::vector<uint8_t> dst[2];
+  dst[0].resize(dstStep * sh.h + 8);
+  for (auto& b : dst[0]) b = uint8_t(g());
+  dst[1] = dst[0];
+  ThreadCountScope threads(sh.threads);
+  int mallocs[2], frees[2];
+  size_t asked = 0;
+  for (int failing = 0; failing < 2; ++failing) {
+    CountingHooks hooks(failing);
+    const FpEnv caller = readFp(), set = writeFp(kEnvs[env]);
+    EXPECT_EQ(entry<T>(build)(src, int(win.step), reinterpret_cast<T*>(dst[failing].data() + 4), dstStep, {sh.w, sh.h},
+                              sh.kernel.data(), {sh.kw, sh.kh}, {sh.kw / 2, sh.kh / 2}), lumStsNoErr);
+    const FpEnv after = readFp();
+    writeFp(caller);
+    EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << "control state changed";
+    mallocs[failing] = hooks.mallocs, frees[failing] = hooks.frees, asked = failing ? asked : hooks.asked;
+  }
+  char where[128];
+  std::snprintf(where, sizeof where, "k%d %d-bit %dx%d kernel %dx%d layout %d threads %d misalign %d env %d", build, 8 * P,
+                sh.w, sh.h, sh.kw, sh.kh, sh.layout, sh.threads, sh.misalign, env);
+  // The scratch: the mirrored kernel, with two accumulator rows for the row-pair scheme; released.
+  const bool rowPairs = P == 1 || (P == 2 && build > 1);
+  EXPECT_EQ(mallocs[0] > 0 && mallocs[1] > 0, tries) << where;
+  if (sh.threads == 1 && tries) {
+    EXPECT_TRUE(frees[0] == mallocs[0] && asked == 4 * (4u * n + rowPairs * (2u * sh.w + 7)) + 36) << where;
+  }
+  if (build > 1 || declines || !tries) {
+    EXPECT_TRUE(dst[0] == dst[1]) << where << ": not the direct loop's bytes";
+    return;
+  }
+  for (size_t o = 0; o < dst[0].size(); ++o) {
+    const int y = (int(o) - 4) / dstStep, x = ((int(o) - 4) % dstStep) / P;
+    if (o < 4 || y >= sh.h || x >= sh.w) {
+      EXPECT_EQ(dst[0][o], dst[1][o]) << where << ": byte " << o << " outside the region";
+      continue;
+    }
+    long double exact = 0, bound = 0;
+    for (int j = 0; j < sh.kh; ++j)
+      for (int i = 0; i < sh.kw; ++i) {
+        const long double t = (long double)sh.kernel[j * sh.kw + i] * s[(y + sh.kh - 1 - j) * W + x + sh.kw - 1 - i];
+        exact += t, bound += std::fabs(t);
+      }
+    bound *= (n + 1) * 0x1p-24L;
+    T fast, direct;
+    std::memcpy(&fast, &dst[0][o - (o - 4) % P], P), std::memcpy(&direct, &dst[1][o - (o - 4) % P], P);
+    const bool nearHalf = std::fabs(exact - std::floor(exact) - 0.5L) <= bound;
+    const bool ok = P == 4 ? std::fabs((long double)fast - direct) <= bound + std::fabs(exact) * 0x1p-23L ||
+                                 (std::isnan(double(fast)) && std::isnan(double(direct)))
+                           : fast == direct || (nearHalf && std::abs(int(fast) - int(direct)) == 1);
+    if (!ok) {
+      ADD_FAILURE() << where << ": pixel (" << x << ", " << y << ") exact sum " << double(exact) << " fast " << double(fast)
+                    << " direct " << double(direct);
+      return;
+    }
+  }
+}
+
+TEST_P(Filter, FastPathsAgainstTheDirectLoop) {
+  const float nan = std::nanf("");
+  std::vector<Shape> shapes = {{15, 4, 3, 3}, {16, 4, 3, 3}, {40, 3, 2, 3}, {40, 3, 3, 2}, {33, 6, 3, 1}, {34, 7, 5, 1},
+                               {20, 3, 3, 1, 0, 1, 0, {32767, 0, 0}}, {20, 3, 3, 1, 1, 1, 0, {32767.5, 0, 0}},
+                               {24, 5, 3, 3, 2, 1, 0, {1, 0, 1, 0, nan, 0, 1, 0, 1}}, {65, 65, 3, 3}, {64, 65, 4, 3, 4, 2},
+                               {100, 67, 5, 5, 1, 4}, {300, 9, 5, 5, 3}, {1024, 4, 3, 3, 4}};
+  for (int kw = 1; kw <= 9; ++kw) shapes.push_back({40, 5, kw, 1 + kw % 3, kw % 5});
+  for (int w = 16; w <= 40; ++w) shapes.push_back({w, 2 + w % 3, 3 + w % 3, 3, w % 5, 1, w % 4});
+  for (size_t i = 0; i < shapes.size() && !HasFailure(); ++i) {
+    const int env = build() > 1 ? int(i % 3) : 0;
+    againstDirect<Lum8u>(build(), shapes[i], env), againstDirect<Lum16s>(build(), shapes[i], env);
+    againstDirect<Lum32f>(build(), shapes[i], env);
+  }
+}
+
 LUM_INSTANTIATE_PER_BUILD(Filter);
 
 // The cut: 64x64 on four threads, bands of 16 rows; 64x66, the last thread 18; 63x1000 or 1000x63, one

@@ -79,12 +79,15 @@ struct Pixel<Lum16s> {
   static Lum16s narrow(int n) { return static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n); }
 };
 
+// A value into lane 0 from any address: the row may start anywhere.
+inline __m128 loadOne(const Lum32f* p) { return _mm_set_ss(loadPixel(p)); }
+
 // ---- Modes 0 and 1 ----------------------------------------------------------------------------
 // One value in lane 0 of the same operations as the vector rounds, under the
 // rounding control already set.
 template <class T, bool kScaled>
 inline T roundedOne(const Lum32f* p, __m128 m, __m128 max) {
-  __m128 v = _mm_load_ss(p);
+  __m128 v = loadOne(p);
   if (kScaled) v = _mm_mul_ss(v, m);
   return Pixel<T>::narrow(_mm_cvtss_si32(_mm_min_ss(v, max)));
 }
@@ -219,7 +222,7 @@ void awayFromZeroRow(const Lum32f* src, T* dst, int len, __m128 m) {
     storeEight(dst + i, awayFromZeroFour<T>(a), awayFromZeroFour<T>(b));
   }
   for (; i < len; ++i) {
-    __m128 v = _mm_load_ss(src + i);
+    __m128 v = loadOne(src + i);
     if (kScaled) v = _mm_mul_ss(v, m);
     storePixel(dst + i, Pixel<T>::narrow(_mm_cvtsi128_si32(awayFromZeroFour<T>(v))));
   }

@@ -62,7 +62,7 @@ class Scratch {
 long long kernelFloats(LumSize ks) { return 4LL * ks.width * ks.height; }
 
 void mirrorKernel(const Lum32f* kLast, int count, Lum32f* out) {
-  for (int i = 0; i < count; ++i) _mm_store_ps(out + 4 * i, _mm_load1_ps(kLast - i));
+  for (int i = 0; i < count; ++i) _mm_store_ps(out + 4 * i, _mm_set1_ps(loadPixel(kLast - i)));
 }
 
 inline const Lum32f* kernelRow(const Lum32f* mirrored, int r, int kw) { return mirrored + 4 * static_cast<ptrdiff_t>(r) * kw; }

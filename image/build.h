@@ -19,6 +19,17 @@
 #include <omp.h>
 #include <stdint.h>
 
+// The build's instruction sets: MMX and SSE in k1, SSE2 (k2..k4) and
+// SSE4.1 (k5) with all before them; nothing in k0.
+#if LUM_BUILD == 1
+#include <mmintrin.h>
+#include <xmmintrin.h>
+#elif LUM_BUILD >= 5
+#include <smmintrin.h>
+#elif LUM_BUILD >= 2
+#include <emmintrin.h>
+#endif
+
 #include "core/lum_internal.h"
 #include "image/kernels.inc"
 

@@ -10,10 +10,6 @@
 // denormal settings apply unchanged.
 #include "image/arith/div_rows.h"
 
-#if LUM_BUILD >= 1
-#include <xmmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

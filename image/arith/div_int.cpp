@@ -11,12 +11,6 @@
 
 #include "image/arith/div_rows.h"
 
-#if LUM_BUILD >= 5
-#include <smmintrin.h>
-#elif LUM_BUILD >= 2
-#include <emmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

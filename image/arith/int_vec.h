@@ -13,15 +13,6 @@
 
 #include "image/build.h"
 
-#if LUM_BUILD == 1
-#include <mmintrin.h>
-#include <xmmintrin.h>
-#elif LUM_BUILD >= 5
-#include <smmintrin.h>
-#elif LUM_BUILD >= 2
-#include <emmintrin.h>
-#endif
-
 #if LUM_BUILD >= 1
 
 LUM_BEGIN_BUILD

@@ -10,13 +10,6 @@
 
 #include "image/build.h"
 
-#if LUM_BUILD == 1
-#include <mmintrin.h>
-#include <xmmintrin.h>
-#elif LUM_BUILD >= 2
-#include <emmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

@@ -22,14 +22,6 @@
 #if LUM_BUILD >= 1
 
 #include "image/filter/to_pixel.h"
-#if LUM_BUILD == 1
-#include <xmmintrin.h>
-#elif LUM_BUILD >= 5
-#include <smmintrin.h>
-#else
-#include <emmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

@@ -17,10 +17,6 @@
 // position.
 #include "image/filter/to_pixel.h"
 
-#if LUM_BUILD >= 2
-#include <emmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

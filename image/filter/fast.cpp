@@ -25,14 +25,6 @@
 
 #if LUM_BUILD >= 1
 
-#if LUM_BUILD == 1
-#include <xmmintrin.h>
-#elif LUM_BUILD >= 5
-#include <smmintrin.h>
-#else
-#include <emmintrin.h>
-#endif
-
 LUM_BEGIN_BUILD
 
 namespace {

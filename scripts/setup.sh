@@ -2,6 +2,11 @@
 # Installs what building and testing lum needs on Debian 12 x86-64: the i386
 # multiarch toolchain, GoogleTest and Google Benchmark for i386, qemu-user and
 # Ninja. Quick and silent when everything is already there.
+#   scripts/setup.sh [packaging] [abi] [charts]
+# Each named group adds the tools of one step, for the scripts that run it:
+#   packaging  lintian and fakeroot, for the test that builds and installs the .deb files
+#   abi        abi-dumper and abi-compliance-checker, for the interface check
+#   charts     gnuplot, for the charts of scripts/bench.sh
 set -euo pipefail
 
 packages=(
@@ -9,6 +14,14 @@ packages=(
   libgtest-dev:i386 libbenchmark-dev:i386 libgomp1:i386
   lib32asan8 lib32ubsan1
 )
+for group in "$@"; do
+  case $group in
+    packaging) packages+=(lintian fakeroot dpkg-dev file) ;;
+    abi) packages+=(abi-dumper abi-compliance-checker) ;;
+    charts) packages+=(gnuplot-nox) ;;
+    *) echo "setup: unknown group '$group' (packaging, abi, charts)" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

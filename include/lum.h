@@ -1,20 +1,54 @@
 /*
  * lum: image-processing primitives for 32-bit x86 Linux.
  *
- * Every image function works on a rectangular region of a single-channel
- * image held in the caller's memory: a pointer to the region's first pixel
- * and a step, the distance in bytes between the starts of two consecutive
- * rows. Every function that can fail returns a LumStatus: 0 on success,
- * negative on error (nothing is written), positive for a warning.
+ * Conventions that hold for every function below unless its own comment
+ * says otherwise:
  *
- * The image functions are built once per instruction-set level; each call
- * goes to the build selected with lumStaticInit or lumStaticInitCpu (the
- * generic build until then).
+ * Images. Every image function works on a rectangular region of a
+ * single-channel image held in the caller's memory, given as a pointer to
+ * the region's first (top-left) pixel and a step: the signed distance in
+ * BYTES from the start of one row to the start of the next. Row i starts at
+ * the pointer plus i steps, so a step may be padded, and the functions that
+ * do not check steps also take zero or negative ones as given. Pointers need
+ * no particular alignment. The region's size (LumSize) is in pixels, width
+ * then height. Pixel types: Lum8u (unsigned 8-bit), Lum16s (signed 16-bit),
+ * Lum32f (IEEE single precision); the suffix of a function's name names them.
+ *
+ * Statuses. Every function that can fail returns a LumStatus: 0 on
+ * success, negative on error, positive for a warning. Arguments are checked
+ * before any pixel is touched, in a fixed order (null pointers in argument
+ * order, then sizes, then steps; each function lists its own); the first
+ * failure is returned and nothing is written. A warning never stops an
+ * operation.
+ *
+ * Builds. Each image function is built once per instruction-set level:
+ * k0 (plain x86 and x87), k1 (SSE, MMX for integers), k2 (SSE2), k3 (SSE3),
+ * k4 (SSSE3), k5 (SSE4.1). Each call goes to the build whose index is in
+ * lumJumpIndexForMergedLibs: 0, the generic build, until lumStaticInit or
+ * lumStaticInitCpu selects another. All builds make the same checks and
+ * return the same statuses; they compute the same pixels except where a
+ * function's comment says "Builds:".
+ *
+ * Threads. The image functions keep no state between calls and may be
+ * called from several threads at once on distinct destinations. The
+ * library's settings (the selected build, the thread count, the allocator
+ * hooks) are plain words without locks: set them before image functions run
+ * on other threads. Some image functions split their rows over the threads
+ * of the OpenMP runtime (see lumSetNumThreads); each worker runs under the
+ * caller's floating-point environment, and the pixels never depend on the
+ * thread count except where a comment says so.
  */
 #ifndef LUM_H
 #define LUM_H
 
 #include <stddef.h>
+
+/* Version of this interface: the library's major.minor.patch. The major
+   number is the shared object's version (liblum.so.5); a program built
+   against one minor version runs with any later one of the same major. */
+#define LUM_VERSION_MAJOR 5
+#define LUM_VERSION_MINOR 3
+#define LUM_VERSION_PATCH 85
 
 #ifdef __cplusplus
 extern "C" {
@@ -26,6 +60,13 @@ extern "C" {
 #define LUM_API
 #endif
 
+/* A 64-bit integer type in a header that also compiles as C89. */
+#if defined(__GNUC__)
+#define LUM_EXTENSION __extension__
+#else
+#define LUM_EXTENSION
+#endif
+
 /* ---- Basic types ------------------------------------------------------ */
 
 typedef unsigned char Lum8u;
@@ -34,25 +75,29 @@ typedef signed int Lum32s;
 typedef unsigned int Lum32u;
 typedef float Lum32f;
 
+/* 0 success, below 0 an error (nothing written), above 0 a warning. */
 typedef Lum32s LumStatus;
 
+/* Size of a region or a kernel in pixels. */
 typedef struct {
   int width;
   int height;
 } LumSize;
 
+/* A pixel position: column x, row y (the filters' anchor). */
 typedef struct {
   int x;
   int y;
 } LumPoint;
 
+/* What lumiGetLibVersion returns: 5, 3, 85, 499 in every build. */
 typedef struct {
   int major;
   int minor;
   int majorBuild;
   int build;
   char targetCpu[4];   /* the build's tag, NUL-padded: "k0" .. "k5" */
-  const char* name;
+  const char* name;    /* "lumik0t.a" .. "lumik5t.a" */
   const char* version;
   const char* buildDate;
 } LumLibraryVersion;
@@ -61,46 +106,61 @@ typedef struct {
 
 enum {
   lumStsNoErr = 0,
-  lumStsNoOperation = 1,
-  lumStsDivByZero = 6,
-  lumStsNotGenuineCpu = 20,
-  lumStsCpuNotSet = 21,
-  lumStsCpuNotSupported = 36,
-  lumStsCacheSizeUnknown = 37,
+  lumStsNoOperation = 1,      /* never returned by this library's functions */
+  lumStsDivByZero = 6,        /* divisions: a zero divisor, result written */
+  lumStsNotGenuineCpu = 20,   /* lumStaticInit: a notice, the build is selected */
+  lumStsCpuNotSet = 21,       /* lumStaticInitCpu: a code without a build */
+  lumStsCpuNotSupported = 36, /* lumGetMaxCacheSizeB */
+  lumStsCacheSizeUnknown = 37,/* lumGetMaxCacheSizeB */
 
   lumStsNoMemErr = -4,
   lumStsBadArgErr = -5,
-  lumStsSizeErr = -6,
+  lumStsSizeErr = -6,         /* a width, height or count below 1 */
   lumStsNullPtrErr = -8,
   lumStsMemAllocErr = -9,
   lumStsDivByZeroErr = -10,
   lumStsOutOfRangeErr = -11,
   lumStsScaleRangeErr = -13,
-  lumStsStepErr = -14,
+  lumStsStepErr = -14,        /* a step too small for the function */
   lumStsStepNotPixelMultipleErr = -108
 };
 
-/* The fixed English message of any status of the family (never NULL;
-   "Unknown Status Code" for codes outside the catalogue). */
+/* The fixed English message of any status of the family.
+   code: any value; codes outside the catalogue, this library's own and
+   those of its sister libraries, give "Unknown Status Code".
+   Returns constant data, never NULL: do not free or write it.
+   Threads: safe from any thread at any time, before any initialization. */
 LUM_API const char* lumGetStatusString(LumStatus code);
 
 /* ---- Build selection ---------------------------------------------------- */
 
 /* Index (0..5) of the build that every image call goes to. Starts at 0, the
-   generic build; written by the initializers, readable by the caller. */
+   generic build; written by the initializers, readable by the caller. A
+   caller may also write it (0..5; anything else is undefined) to force a
+   build, which is then its own responsibility like lumStaticInitCpu's.
+   Threads: a plain word read by every call; a change affects only calls
+   that start after it. */
 LUM_API extern int lumJumpIndexForMergedLibs;
 
-/* Selects the build for the processor code `cpu` and sets the thread count
-   to the number of processors. Returns lumStsNoErr, or lumStsCpuNotSet for a
-   code without a build (the previous selection then stays). */
+/* Selects the build for a processor code and sets the thread count to the
+   number of processors (first, so even on failure).
+   cpu: a LumCpuType, compared as an unsigned number. 0..4 and 0xFFFFFFFF
+   select k0; 5, 16, 17, 64 k1; 6, 7, 9, 65 k2; 8, 10, 11, 32, 66 k3;
+   33, 34, 36, 67 k4; 35, 37, 68, 69 k5. Nothing checks that the processor
+   can run the build: that is the caller's responsibility.
+   Statuses: lumStsNoErr, or lumStsCpuNotSet for any other code (the
+   previous selection then stays).
+   Threads: call once, before image functions run on other threads. */
 LUM_API LumStatus lumStaticInitCpu(Lum32u cpu);
 
-/* Version record of the selected build. Constant data: do not free. */
+/* Version record of the selected build (dispatched like an image function,
+   so targetCpu and name tell which build runs). Constant data, never NULL:
+   do not free it. Threads: safe from any thread. */
 LUM_API const LumLibraryVersion* lumiGetLibVersion(void);
 
 /* ---- Processor identification ----------------------------------------- */
 
-typedef unsigned long long Lum64u;
+LUM_EXTENSION typedef unsigned long long Lum64u;
 
 /* Processor code: what lumGetCpuType reports and lumStaticInitCpu accepts. */
 typedef enum {
@@ -159,18 +219,28 @@ typedef struct {
   int extModel;
 } LumCpuIdent;
 
-/* Classifies the running processor and selects its build (the generic one
-   for a code without a build, and never one beyond the instruction sets the
-   processor's feature flags show), and sets the thread count to the number of
-   processors. Returns lumStsNoErr on a "GenuineTorva" processor, otherwise
-   lumStsNotGenuineCpu; the selection is made in both cases. */
+/* Classifies the running processor (lumGetCpuType) and selects its build:
+   the generic one for a code without a build, and never one beyond the
+   instruction sets the processor's feature flags show. Sets the thread
+   count to the number of processors first.
+   Statuses: lumStsNoErr on a "GenuineTorva" processor, otherwise
+   lumStsNotGenuineCpu; the selection is made in both cases.
+   Threads: call once, before image functions run on other threads. */
 LUM_API LumStatus lumStaticInit(void);
 
-/* The running processor's code (lumCpuUnknown without CPUID). */
+/* The running processor's code (lumCpuUnknown without CPUID). Safe from any
+   thread. */
 LUM_API LumCpuType lumGetCpuType(void);
 
-/* Raw queries. Except lum_has_cpuid they execute CPUID unchecked: call them
-   only when lum_has_cpuid() is 1. Flags are 0 or 1. */
+/* Raw queries of the running processor. Except lum_has_cpuid they execute
+   CPUID unchecked: call them only when lum_has_cpuid() is 1. Flags are 0 or
+   1. None keeps state; all are safe from any thread.
+   lum_has_cpuid: whether the EFLAGS identification bit can be toggled.
+   lum_max_cpuid_input: the highest standard leaf.
+   lum_has_rdtsc, lum_is_mmx_extension, lum_is_ssx_extension (SSE),
+   lum_is_sse2_extension .. lum_is_sse42_extension, lum_is_smt_extension:
+   the feature flags of the same names.
+   lum_get_cores_on_die: cores per die from the processor's own leaves. */
 LUM_API int lum_has_cpuid(void);
 LUM_API int lum_max_cpuid_input(void);
 LUM_API int lum_has_rdtsc(void);
@@ -186,25 +256,40 @@ LUM_API int lum_get_cores_on_die(void);
 /* The x64 flag; when the processor has no leaf 0x80000001, the highest
    extended leaf number itself is returned. */
 LUM_API int lum_is_x64_extension(void);
+/* 1 if the vendor string is "GenuineTorva", else 0. */
 LUM_API int lum_is_GenuineTorva(void);
+/* Fills *ident (not NULL) from the processor's leaves; `spare` untouched. */
 LUM_API void lum_get_kestrel_ident(LumCpuIdent* ident);
-/* Time-stamp counter (RDTSC; not checked for support). */
+/* Time-stamp counter (RDTSC; not checked for support). The two are the same
+   query under two names. */
 LUM_API Lum64u lum_get_kestrel_counter(void);
 LUM_API Lum64u lumGetCpuClocks(void);
 /* Cores per die; 1 without CPUID. */
 LUM_API int lumGetNumCoresOnDie(void);
 
-/* Size in bytes of the largest cache the processor describes, worked out on
-   the first call and kept: lumStsNoErr, lumStsCpuNotSupported (not a
-   "GenuineTorva" processor; size 0) or lumStsCacheSizeUnknown (size 0).
-   lumStsNullPtrErr for a NULL pointer. */
+/* Size in bytes of the largest cache the processor describes.
+   pSizeByte: receives the size (0 unless lumStsNoErr).
+   Statuses: lumStsNullPtrErr for a NULL pointer; then lumStsNoErr,
+   lumStsCpuNotSupported (not a "GenuineTorva" processor) or
+   lumStsCacheSizeUnknown (no descriptor the library knows).
+   Worked out on the first call and kept for the life of the process.
+   Threads: make the first call before several threads may call it. */
 LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte);
 
 /* ---- Thread count ------------------------------------------------------- */
 
-/* Threads each parallel region asks for (1 at load). lumStsSizeErr below 1. */
+/* Threads each parallel region of an image function asks for: 1 at load,
+   the processor count after an initializer. A region never asks for more
+   threads than it has rows, nor more than four per processor or 64 in
+   all, whatever the count; where destination rows overlap, and in the
+   child of a fork(), rows run on the calling thread.
+   numThreads: 1 or more, no upper bound.
+   Statuses: lumStsSizeErr below 1 (the count unchanged), else lumStsNoErr.
+   Threads: a plain word; set it before image functions run on other
+   threads. Regions that start after the store use the new count. */
 LUM_API LumStatus lumSetNumThreads(int numThreads);
-/* lumStsNullPtrErr for a NULL pointer. */
+/* pNumThreads: receives the count as set (not as capped).
+   Statuses: lumStsNullPtrErr for a NULL pointer, else lumStsNoErr. */
 LUM_API LumStatus lumGetNumThreads(int* pNumThreads);
 
 /* ---- Floating-point environment ---------------------------------------- */
@@ -212,15 +297,17 @@ LUM_API LumStatus lumGetNumThreads(int* pNumThreads);
 typedef double Lum64f;
 
 /* Every helper reads or changes the registers of the calling thread only and
-   keeps no state. Hardware words are returned in the low bits (16 for the x87
-   words), the rest 0. The ps_*_ssx and lum_*_ssx functions except
-   lum_tst_daz_ssx execute SSE instructions: call them only on a processor
-   with SSE (lum_is_ssx_extension). Loading a reserved MXCSR bit (DAZ, 0x40,
-   included where lum_tst_daz_ssx() is 0) faults. */
+   keeps no state, so all are safe from any thread. Hardware words are
+   returned in the low bits (16 for the x87 words), the rest 0. The ps_*_ssx
+   and lum_*_ssx functions except lum_tst_daz_ssx execute SSE instructions:
+   call them only on a processor with SSE (lum_is_ssx_extension). Loading a
+   reserved MXCSR bit (DAZ, 0x40, included where lum_tst_daz_ssx() is 0)
+   faults. */
 
 /* x87 control word (hardware layout): becomes (old & ~mask) | (value & mask);
    returns the old one. */
 LUM_API Lum32u ps_set_cw_fpu(Lum32u value, Lum32u mask);
+/* The x87 control word. */
 LUM_API Lum32u ps_get_cw_fpu(void);
 /* x87 status word. */
 LUM_API Lum32u ps_get_sw_fpu(void);
@@ -251,6 +338,7 @@ LUM_API Lum32u lum_clear87(void);
 
 /* MXCSR: becomes (old & ~mask) | (value & mask); returns the old one. */
 LUM_API Lum32u ps_set_ssx(Lum32u value, Lum32u mask);
+/* The MXCSR. */
 LUM_API Lum32u ps_get_ssx(void);
 /* Loads 0x1F80 (all exceptions masked, flags clear, round to nearest, no
    flush-to-zero or denormals-are-zero); returns the old MXCSR. */
@@ -262,7 +350,7 @@ LUM_API Lum32u lum_set_rc_ssx(Lum32u rounding);
 /* Loads MXCSR as given. */
 LUM_API void lum_set_cw_ssx(Lum32u mxcsr);
 /* 1 if the processor supports denormals-are-zero (MXCSR bit 0x40), else 0
-   (always 0 without SSE). Safe on any processor. */
+   (always 0 without SSE or FXSR). Safe on any processor. */
 LUM_API int lum_tst_daz_ssx(void);
 
 /* 1 if x is a NaN, else 0. lum_finite: 0 for an infinity or NaN, else 1.
@@ -280,9 +368,13 @@ LUM_API extern const Lum64f lumConstantOfINF_64f;      /* 0x7FF0000000000000 */
 LUM_API extern const Lum64f lumConstantOfINF_NEG_64f;  /* 0xFFF0000000000000 */
 /* ---- Allocator hooks -------------------------------------------------------
    Every heap block the library uses comes from i_malloc and returns through
-   i_free (it calls no other hook). They default to the C library's
+   i_free (it calls no other hook); today only the filters' scratch buffers
+   do, freed before the call returns. The hooks default to the C library's
    functions; point them at your own before or between calls: each
-   allocation and release reads them afresh. The library never writes them. */
+   allocation and release reads them afresh, so a block is always released
+   through the i_free in force at its release. The library never writes
+   them. Threads: plain words; change them only while no image function
+   runs, and make the functions you install safe from several threads. */
 LUM_API extern void* (*i_malloc)(size_t size);
 LUM_API extern void* (*i_calloc)(size_t count, size_t size);
 LUM_API extern void* (*i_realloc)(void* block, size_t size);
@@ -292,14 +384,30 @@ LUM_API extern void (*i_free)(void* block);
 LUM_API extern int i_version;
 LUM_API extern int i_min_version;
 
-/* ---- Image arithmetic --------------------------------------------------- */
+/* ---- Image arithmetic ---------------------------------------------------
+   The two-operand functions below share their arguments:
+     pSrc1, src1Step  first source region and its step in bytes
+     pSrc2, src2Step  second source region and its step in bytes
+     pDst, dstStep    destination region and its step in bytes
+     roiSize          width and height of the region in pixels, the same
+                      for all three images
+   and, for names ending in Sfs, scaleFactor: the exact result is multiplied
+   by 2^-scaleFactor before it is rounded and saturated (a positive factor
+   divides, a negative one multiplies). */
 
-/* pDst = pSrc1 * pSrc2 * 2^-scaleFactor, rounded to nearest with ties to
-   even and saturated to the pixel type. A positive scaleFactor divides, a
-   negative one multiplies. lumStsNullPtrErr for a NULL pointer (checked
-   first), lumStsSizeErr for a width or height below 1. Steps are not
-   checked; zero and negative steps are taken as given. The destination may
-   be one of the sources. */
+/* pDst = saturate(round(pSrc1 * pSrc2 * 2^-scaleFactor)), rounded to
+   nearest with ties to even, saturated to the pixel type. Every scale
+   factor is valid: above 16 (8u) or 30 (16s) every result is 0 and the
+   sources are not read; far enough below 0 a result is decided by the
+   product's sign alone (8u: 255 unless a pixel is 0; 16s: 0, 32767 or
+   -32768).
+   Statuses, in the order checked: lumStsNullPtrErr (pSrc1, pSrc2, pDst),
+   lumStsSizeErr (height, then width below 1). Steps are not checked: zero and
+   negative steps are taken as given. The destination may be one of the
+   sources (in place).
+   Builds: the same pixels in every build.
+   Threads: k1..k5 split rows over the library's threads above a size that
+   depends on the build; the pixels do not depend on it. */
 LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
                                     const Lum8u* pSrc2, int src2Step,
                                     Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
@@ -307,20 +415,31 @@ LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
                                      const Lum16s* pSrc2, int src2Step,
                                      Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor);
 
-/* pDst = pSrc1 * pSrc2, single precision. Steps are not checked. */
+/* pDst = pSrc1 * pSrc2 in single precision under the caller's rounding;
+   NaNs and infinities propagate as the processor gives them.
+   Statuses, in the order checked: lumStsNullPtrErr (pSrc1, pSrc2, pDst),
+   lumStsSizeErr (height or width below 1). Steps are not checked. In place
+   allowed.
+   Builds: the same pixels.
+   Threads: k2..k5 split rows over the library's threads. */
 LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
 
 /* pDst = |pSrc1 - pSrc2|, exact for 8u; for 32f one single-precision
    subtraction with the sign bit then cleared (a NaN keeps its payload with
-   the sign clear, -0 becomes +0). Statuses in the order checked:
-   lumStsNullPtrErr (pSrc1, pSrc2, pDst), lumStsSizeErr (width, height below
-   1), lumStsStepErr (a step below the row's bytes: width, or 4 * width for
+   the sign clear, -0 becomes +0).
+   Statuses, in the order checked: lumStsNullPtrErr (pSrc1, pSrc2, pDst),
+   lumStsSizeErr (width, then height below 1), lumStsStepErr (src1Step,
+   src2Step, then dstStep below the row's bytes: width, or 4 * width for
    32f), and for 32f lumStsStepNotPixelMultipleErr (a step not a multiple of
-   4). Pointers need no alignment. The destination may be one of the sources
-   exactly; other overlaps are undefined. Large 32f regions (the three images
-   together at least the largest cache) are written with streaming stores. */
+   4). Never a warning. The destination may be one of the sources exactly;
+   other overlaps are undefined.
+   Builds: the same pixels; the generic build subtracts on the x87 unit,
+   rounding once to single. Large 32f regions (the three images together at
+   least the largest cache, lumGetMaxCacheSizeB) are written with streaming
+   stores in k2, k4 and k5, which keeps the destination out of the cache.
+   Threads: runs on the calling thread. */
 LUM_API LumStatus lumiAbsDiff_8u_C1R(const Lum8u* pSrc1, int src1Step,
                                      const Lum8u* pSrc2, int src2Step,
                                      Lum8u* pDst, int dstStep, LumSize roiSize);
@@ -333,14 +452,17 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
    type. A zero divisor gives 0 for a zero dividend and otherwise the
    saturated value of the dividend's sign (255; 32767 or -32768); the call
    then returns the warning lumStsDivByZero, every pixel still written.
-   The generic and SSE-only builds compute this rule exactly. From SSE2 on
-   the quotient is computed in single precision, and a quotient within about
-   2^-21 of its magnitude from a halfway point may round to either neighbour.
-   Statuses in the order checked: lumStsNullPtrErr, lumStsSizeErr (width or
-   height below 1), lumStsStepErr (a step below 1; steps are not compared
-   with the row, so rows may overlap). In the SSSE3 and SSE4.1 builds rows of
-   1024 pixels or more are split between two threads when the thread count
-   is above 1. */
+   Statuses, in the order checked: lumStsNullPtrErr (pSrc1, pSrc2, pDst),
+   lumStsSizeErr (height, then width below 1), lumStsStepErr (a step below 1;
+   steps are not compared with the row, so rows may overlap); on success
+   lumStsNoErr or lumStsDivByZero.
+   Builds: the generic and SSE-only builds compute this rule exactly. From
+   SSE2 on the quotient is computed in single precision, and a quotient
+   within about 2^-21 of its magnitude from a halfway point may round to
+   either neighbour.
+   Threads: in the SSSE3 and SSE4.1 builds rows of 1024 pixels or more are
+   split between two threads when the thread count is above 1; the pixels do
+   not depend on it. */
 LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
                                     const Lum8u* pSrc2, int src2Step,
                                     Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
@@ -350,15 +472,17 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
 
 /* pDst = pSrc2 / pSrc1 in single precision, under the caller's rounding.
    A divisor of +0 or -0 gives +Inf for a positive dividend, -Inf for a
-   negative one and NaN otherwise (bits 0xFFC00000 in the generic build,
-   0x7FC00000 in the others), with the warning lumStsDivByZero. The generic
-   build gives the correctly rounded quotient. The others compute groups of
-   pixels as y0 + (y0 + e*y0)*e from the processor's reciprocal estimate r
-   (y0 = dividend * r, e = 1 - divisor * r), which may differ from the
-   correctly rounded quotient in the last bits, is infinite for a denormal
-   divisor and zero for one of magnitude 2^126 or more; a group holding a
-   zero divisor is correctly rounded. Statuses and steps as for the integer
-   divisions; rows of 4096 pixels or more split as they are. */
+   negative one and NaN otherwise, with the warning lumStsDivByZero.
+   Statuses and steps as for the integer divisions.
+   Builds: the generic build gives the correctly rounded quotient, and NaN
+   bits 0xFFC00000 for a zero divisor (0x7FC00000 in the others). The
+   others compute groups of pixels as y0 + (y0 + e*y0)*e from the
+   processor's reciprocal estimate r (y0 = dividend * r, e = 1 - divisor *
+   r), which may differ from the correctly rounded quotient in the last
+   bits, is infinite for a denormal divisor and zero for one of magnitude
+   2^126 or more; a group holding a zero divisor is correctly rounded.
+   Threads: in the SSSE3 and SSE4.1 builds rows of 4096 pixels or more are
+   split between two threads when the thread count is above 1. */
 LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
@@ -366,19 +490,40 @@ LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
    pDst(x, y) = sum over j < kernelSize.height, i < kernelSize.width of
    pKernel[j * kernelSize.width + i] * S(x + anchor.x - i, y + anchor.y - j),
    where S(u, v) is the source pixel u columns right of and v rows below
-   pSrc: a true convolution (the kernel mirrored). The caller supplies every
-   pixel this reads: columns anchor.x - (kernelSize.width - 1) through
-   width - 1 + anchor.x, rows anchor.y - (kernelSize.height - 1) through
-   height - 1 + anchor.y, relative to pSrc; nothing outside is read. With an
-   anchor inside the kernel, make a bordered copy of the image and pass the
-   pixel under destination pixel (0, 0).
+   pSrc: a true convolution (the kernel mirrored).
+   Arguments:
+     pSrc, srcStep    the source pixel under destination pixel (0, 0), and
+                      the source step in bytes. The caller supplies every
+                      pixel this reads: columns anchor.x -
+                      (kernelSize.width - 1) through width - 1 + anchor.x,
+                      rows anchor.y - (kernelSize.height - 1) through
+                      height - 1 + anchor.y, relative to pSrc; nothing
+                      outside is read. With an anchor inside the kernel,
+                      make a bordered copy of the image and pass the pixel
+                      under destination pixel (0, 0).
+     pDst, dstStep    the destination region and its step in bytes
+     dstRoiSize       the destination region's width and height in pixels
+     pKernel          kernelSize.width * kernelSize.height coefficients, row
+                      by row, no padding between rows
+     kernelSize       the kernel's width and height
+     anchor           the kernel cell (column x, row y) aligned with each
+                      destination pixel; any value, outside the kernel too,
+                      as long as the source window above is readable
    Integer results are rounded to nearest, ties to even, saturated; a NaN
-   sum gives 0. Statuses in the order checked: lumStsNullPtrErr (pSrc, pDst,
-   pKernel), lumStsSizeErr (dstRoiSize width, height, kernelSize width,
-   height below 1), lumStsStepErr (srcStep below (width + kernelSize.width -
-   1) pixels, dstStep below width pixels). Neither the anchor nor the
-   coefficients are checked. Regions of at least 64 x 64 are cut into bands
-   of rows over the library's threads; the results do not depend on it. */
+   sum gives 0.
+   Statuses, in the order checked: lumStsNullPtrErr (pSrc, pDst, pKernel),
+   lumStsSizeErr (dstRoiSize width, height, kernelSize width, height below
+   1), lumStsStepErr (srcStep below (width + kernelSize.width - 1) pixels,
+   dstStep below width pixels). Neither the anchor nor the coefficients are
+   checked. A scratch buffer that cannot be allocated is not an error: the
+   call then takes the direct loop.
+   Builds: k0 and k1 add the products on the x87 unit, in the precision of
+   its control word (extended under the usual setting), k2..k5 in single
+   precision, and their vector paths may add a row's products in another
+   order; so a 32f result may differ between builds in its last bits and an
+   integer one by 1 where the sum lies within rounding distance of a half.
+   Threads: regions of at least 64 x 64 are cut into bands of rows over the
+   library's threads; the results do not depend on it. */
 LUM_API LumStatus lumiFilter32f_8u_C1R(const Lum8u* pSrc, int srcStep, Lum8u* pDst, int dstStep,
                                        LumSize dstRoiSize, const Lum32f* pKernel,
                                        LumSize kernelSize, LumPoint anchor);
@@ -391,7 +536,10 @@ LUM_API LumStatus lumiFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pD
 
 /* ---- Dispatch tables ----------------------------------------------------
    One writable six-entry table per dispatched function, entry i holding the
-   function of build i. Filled at load time; the library never changes them. */
+   function of build ki, so that a caller can reach one build directly
+   (lumiMul_32f_C1R_arraddr[2](...) runs k2 whatever is selected). Filled at
+   load time; the library never changes them. A caller that writes an entry
+   redirects every later call of that function through it. */
 LUM_API extern const LumLibraryVersion* (*lumiGetLibVersion_arraddr[6])(void);
 LUM_API extern LumStatus (*lumiMul_8u_C1RSfs_arraddr[6])(
     const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);

@@ -1,8 +1,14 @@
-// lumdemo: runs lum's image functions on images generated in code, in every
-// build this processor can run, checks that the builds agree bit for bit,
-// writes the results as PGM files and prints each build's time.
+// lumdemo: runs every image function of lum on one image, in every build
+// this processor can run, checks that the builds agree, writes each result
+// as a PGM file beside a contact sheet of them all, and prints each build's
+// time.
 //
-//   lumdemo [OUTPUT_DIRECTORY]
+//   lumdemo [-o OUTPUT_DIRECTORY] [IMAGE.pgm]
+//
+// IMAGE.pgm is a binary PGM (P5) with 8 or 16 bits per pixel; without one
+// the demo generates a scene of 1024 x 768. A malformed or truncated file is
+// refused with a message that says what is wrong, and exit status 2.
+// Results go to OUTPUT_DIRECTORY (default: the current directory).
 //
 // LUM_EMULATED in the environment (set by build/<preset>/run-i386 when the
 // machine runs i386 programs only under an emulator) names the emulator; the
@@ -10,6 +16,8 @@
 #include <lum.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -17,12 +25,17 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
 
-constexpr int kWidth = 1024;
-constexpr int kHeight = 768;
+// The size of every image of the run: the user's image or the generated
+// scene. Set once in main, before any image is made.
+int gWidth = 1024;
+int gHeight = 768;
+
+size_t pixelCount() { return static_cast<size_t>(gWidth) * gHeight; }
 
 // The emulator the demo runs under, or null when it runs natively.
 const char* const kEmulator = std::getenv("LUM_EMULATED");
@@ -57,6 +70,184 @@ void printProcessor() {
   std::printf("threads: %d\n", threads);
 }
 
+// ---- Reading the user's image --------------------------------------------------
+// A binary PGM: "P5", width, height and the largest sample value (maxval) as
+// decimal numbers separated by whitespace, where '#' starts a comment up to
+// the end of its line; one whitespace character; then width * height
+// samples, one byte each when maxval is below 256, otherwise two, most
+// significant first. Samples are read as fractions of maxval.
+struct Image {
+  int width = 0, height = 0, maxval = 0;
+  std::vector<float> level;  // sample / maxval, row by row
+};
+
+// Largest side and pixel count accepted: every image of the run is kept
+// several times over in a 32-bit address space.
+constexpr long kMaxSide = 16384;
+constexpr long kMaxPixels = 16L * 1024 * 1024;
+
+class PgmReader {
+ public:
+  explicit PgmReader(const std::vector<unsigned char>& bytes) : bytes_(bytes) {}
+
+  // Reads the whole file into `image`; on failure returns false and says why.
+  bool read(Image& image, std::string& why) {
+    if (bytes_.size() < 2 || bytes_[0] != 'P' || bytes_[1] != '5')
+      return fail(why, bytes_.size() >= 2 && bytes_[0] == 'P'
+                           ? "not a binary PGM: the magic number is P" + std::string(1, bytes_[1]) +
+                                 ", this demo reads P5 only"
+                           : std::string("not a PGM file: it does not start with P5"));
+    pos_ = 2;
+    long width = 0, height = 0, maxval = 0;
+    if (!number("width", width, why) || !number("height", height, why) ||
+        !number("maxval", maxval, why))
+      return false;
+    if (width < 1 || height < 1) return fail(why, "the width and height must be at least 1");
+    if (width > kMaxSide || height > kMaxSide || width * height > kMaxPixels)
+      return fail(why, "the image is too large for this demo (at most " +
+                           std::to_string(kMaxSide) + " pixels a side and " +
+                           std::to_string(kMaxPixels) + " in all)");
+    if (maxval < 1 || maxval > 65535) return fail(why, "maxval must be 1..65535");
+    if (pos_ >= bytes_.size() || !std::isspace(bytes_[pos_]))
+      return fail(why, "truncated: no whitespace after maxval, and no pixels");
+    ++pos_;
+    const size_t sampleBytes = maxval < 256 ? 1 : 2;
+    const size_t need = static_cast<size_t>(width) * height * sampleBytes;
+    if (bytes_.size() - pos_ < need)
+      return fail(why, "truncated: " + std::to_string(width) + " x " + std::to_string(height) +
+                           " pixels of " + std::to_string(sampleBytes) + " byte(s) need " +
+                           std::to_string(need) + " bytes, the file has " +
+                           std::to_string(bytes_.size() - pos_));
+    image.width = static_cast<int>(width);
+    image.height = static_cast<int>(height);
+    image.maxval = static_cast<int>(maxval);
+    image.level.resize(static_cast<size_t>(width) * height);
+    for (size_t i = 0; i < image.level.size(); ++i) {
+      const unsigned char* p = &bytes_[pos_ + i * sampleBytes];
+      const long sample = sampleBytes == 1 ? p[0] : p[0] << 8 | p[1];
+      if (sample > maxval)
+        return fail(why, "pixel " + std::to_string(i) + " is " + std::to_string(sample) +
+                             ", above maxval " + std::to_string(maxval));
+      image.level[i] = static_cast<float>(sample) / static_cast<float>(maxval);
+    }
+    return true;
+  }
+
+ private:
+  static bool fail(std::string& why, const std::string& what) {
+    why = what;
+    return false;
+  }
+
+  // Skips whitespace and comments, then reads one decimal number.
+  bool number(const char* name, long& value, std::string& why) {
+    for (;;) {
+      while (pos_ < bytes_.size() && std::isspace(bytes_[pos_])) ++pos_;
+      if (pos_ >= bytes_.size() || bytes_[pos_] != '#') break;
+      while (pos_ < bytes_.size() && bytes_[pos_] != '\n') ++pos_;
+    }
+    if (pos_ >= bytes_.size())
+      return fail(why, std::string("truncated: the header ends before the ") + name);
+    if (!std::isdigit(bytes_[pos_]))
+      return fail(why, std::string("the ") + name + " is not a decimal number");
+    value = 0;
+    for (; pos_ < bytes_.size() && std::isdigit(bytes_[pos_]); ++pos_) {
+      value = value * 10 + (bytes_[pos_] - '0');
+      if (value > 1000000000L) return fail(why, std::string("the ") + name + " is far too large");
+    }
+    return true;
+  }
+
+  const std::vector<unsigned char>& bytes_;
+  size_t pos_ = 0;
+};
+
+bool readFile(const std::string& path, std::vector<unsigned char>& bytes, std::string& why) {
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) {
+    why = std::string("cannot open it: ") + std::strerror(errno);
+    return false;
+  }
+  unsigned char chunk[65536];
+  size_t n;
+  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) {
+    bytes.insert(bytes.end(), chunk, chunk + n);
+    if (bytes.size() > static_cast<size_t>(kMaxPixels) * 2 + 4096) {
+      std::fclose(f);
+      why = "the file is too large for this demo";
+      return false;
+    }
+  }
+  const bool ok = !std::ferror(f);
+  std::fclose(f);
+  if (!ok) why = "cannot read it";
+  return ok;
+}
+
+// ---- Writing the results ---------------------------------------------------------
+bool writePgm(const std::string& path, const std::vector<unsigned char>& pixels, int w, int h) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (!f) return false;
+  std::fprintf(f, "P5\n%d %d\n255\n", w, h);
+  const bool ok = std::fwrite(pixels.data(), 1, pixels.size(), f) == pixels.size();
+  return std::fclose(f) == 0 && ok;
+}
+
+// Every result written, in order, for the contact sheet.
+struct Shown {
+  std::string name;
+  std::vector<unsigned char> pixels;
+};
+std::vector<Shown> gShown;
+
+// Writes each named image into dir, keeps it for the contact sheet and says
+// so; false when one fails.
+bool writeImages(const std::string& dir,
+                 std::initializer_list<std::pair<const char*, const std::vector<Lum8u>*>> images) {
+  bool ok = true;
+  for (const auto& [name, pixels] : images) {
+    const std::string path = dir + "/" + name;
+    if (writePgm(path, *pixels, gWidth, gHeight))
+      std::printf("  wrote %s\n", path.c_str());
+    else
+      ok = false, std::printf("  cannot write %s\n", path.c_str());
+    gShown.push_back({name, *pixels});
+  }
+  return ok;
+}
+
+// All results side by side, in rows of up to `columns` tiles, each shrunk by
+// a whole factor (the mean of each block) to at most 256 pixels a side,
+// on a mid-grey ground with a 4-pixel gap.
+bool writeContactSheet(const std::string& dir) {
+  const int factor = std::max(1, (std::max(gWidth, gHeight) + 255) / 256);
+  const int tw = (gWidth + factor - 1) / factor, th = (gHeight + factor - 1) / factor;
+  const int gap = 4, count = static_cast<int>(gShown.size());
+  const int columns = std::min(count, 6), rows = (count + columns - 1) / columns;
+  const int sw = columns * (tw + gap) + gap, sh = rows * (th + gap) + gap;
+  std::vector<unsigned char> sheet(static_cast<size_t>(sw) * sh, 128);
+  for (int t = 0; t < count; ++t) {
+    const int ox = gap + (t % columns) * (tw + gap), oy = gap + (t / columns) * (th + gap);
+    for (int y = 0; y < th; ++y)
+      for (int x = 0; x < tw; ++x) {
+        int sum = 0, n = 0;
+        for (int sy = y * factor; sy < std::min(gHeight, (y + 1) * factor); ++sy)
+          for (int sx = x * factor; sx < std::min(gWidth, (x + 1) * factor); ++sx, ++n)
+            sum += gShown[t].pixels[static_cast<size_t>(sy) * gWidth + sx];
+        sheet[static_cast<size_t>(oy + y) * sw + ox + x] = static_cast<unsigned char>((sum + n / 2) / n);
+      }
+  }
+  const std::string path = dir + "/lumdemo_contact_sheet.pgm";
+  const bool ok = writePgm(path, sheet, sw, sh);
+  std::printf("\ncontact sheet %s: %d x %d, %d tiles of %d x %d in rows of %d:\n", path.c_str(), sw,
+              sh, count, tw, th, columns);
+  for (int t = 0; t < count; ++t)
+    std::printf("  %2d %s\n", t + 1, gShown[t].name.c_str());
+  if (!ok) std::printf("  cannot write %s\n", path.c_str());
+  return ok;
+}
+
+// ---- The images the demo works on ---------------------------------------------------
 struct Timing {
   int build;
   double microseconds;
@@ -75,74 +266,71 @@ double medianMicroseconds(const std::function<void()>& fn, int runs) {
   return t[t.size() / 2];
 }
 
-bool writePgm(const std::string& path, const std::vector<unsigned char>& pixels, int w, int h) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) return false;
-  std::fprintf(f, "P5\n%d %d\n255\n", w, h);
-  const bool ok = std::fwrite(pixels.data(), 1, pixels.size(), f) == pixels.size();
-  return std::fclose(f) == 0 && ok;
-}
-
-// Writes each named image into dir and says so; false when one fails.
-bool writeImages(const std::string& dir,
-                 std::initializer_list<std::pair<const char*, const std::vector<Lum8u>*>> images) {
-  bool ok = true;
-  for (const auto& [name, pixels] : images) {
-    const std::string path = dir + "/" + name;
-    if (writePgm(path, *pixels, kWidth, kHeight))
-      std::printf("  wrote %s\n", path.c_str());
-    else
-      ok = false, std::printf("  cannot write %s\n", path.c_str());
-  }
-  return ok;
-}
-
-// A test card: a diagonal gradient times a ring pattern.
-void makeFloatImages(std::vector<float>& gradient, std::vector<float>& rings) {
-  gradient.resize(kWidth * kHeight);
-  rings.resize(kWidth * kHeight);
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) {
-      const float dx = x - kWidth / 2.0f, dy = y - kHeight / 2.0f;
-      gradient[y * kWidth + x] = (x + y) / static_cast<float>(kWidth + kHeight);
-      rings[y * kWidth + x] = 0.5f + 0.5f * std::cos(std::sqrt(dx * dx + dy * dy) / 9.0f);
+// A ring pattern, 0..1, centred on the image.
+std::vector<float> makeRings() {
+  std::vector<float> rings(pixelCount());
+  for (int y = 0; y < gHeight; ++y)
+    for (int x = 0; x < gWidth; ++x) {
+      const float dx = x - gWidth / 2.0f, dy = y - gHeight / 2.0f;
+      rings[static_cast<size_t>(y) * gWidth + x] = 0.5f + 0.5f * std::cos(std::sqrt(dx * dx + dy * dy) / 9.0f);
     }
+  return rings;
 }
 
-// An 8-bit scene (soft rings over a gradient) and a gain map that is
-// brighter in the middle, like a vignetting correction: gain / 128 runs
-// from 0.75 to 2.
-void makeByteImages(std::vector<Lum8u>& scene, std::vector<Lum8u>& gain) {
-  scene.resize(kWidth * kHeight);
-  gain.resize(kWidth * kHeight);
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) {
-      const float dx = (x - kWidth / 2.0f) / kWidth, dy = (y - kHeight / 2.0f) / kHeight;
+// The generated scene, as levels 0..1: soft rings over a gradient.
+Image makeScene() {
+  Image scene;
+  scene.width = gWidth, scene.height = gHeight, scene.maxval = 255;
+  scene.level.resize(pixelCount());
+  for (int y = 0; y < gHeight; ++y)
+    for (int x = 0; x < gWidth; ++x) {
+      const float dx = (x - gWidth / 2.0f) / gWidth, dy = (y - gHeight / 2.0f) / gHeight;
+      const float base = 40.0f + 120.0f * (x + y) / static_cast<float>(gWidth + gHeight);
+      const float value = static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(dx * dx + dy * dy) * 60.0f));
+      scene.level[static_cast<size_t>(y) * gWidth + x] = value / 255.0f;
+    }
+  return scene;
+}
+
+// A gain map brighter in the middle, like a vignetting correction: gain /
+// 128 runs from 0.75 to 2.
+std::vector<Lum8u> makeGain() {
+  std::vector<Lum8u> gain(pixelCount());
+  for (int y = 0; y < gHeight; ++y)
+    for (int x = 0; x < gWidth; ++x) {
+      const float dx = (x - gWidth / 2.0f) / gWidth, dy = (y - gHeight / 2.0f) / gHeight;
       const float r2 = dx * dx + dy * dy;
-      const float base = 40.0f + 120.0f * (x + y) / static_cast<float>(kWidth + kHeight);
-      scene[y * kWidth + x] =
-          static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(r2) * 60.0f));
-      gain[y * kWidth + x] = static_cast<Lum8u>(96.0f + 160.0f * std::max(0.0f, 1.0f - 2.0f * r2) - 0.5f);
+      gain[static_cast<size_t>(y) * gWidth + x] =
+          static_cast<Lum8u>(96.0f + 160.0f * std::max(0.0f, 1.0f - 2.0f * r2) - 0.5f);
     }
+  return gain;
 }
 
 // Frame t of a moving scene: a textured disc drifting right and down over
-// the still 8-bit scene, as a camera over a static background would see it.
-void makeFrame(const std::vector<Lum8u>& scene, int t, std::vector<Lum8u>& frame) {
-  frame = scene;
-  const float cx = 300.0f + 14.0f * t, cy = 300.0f + 6.0f * t, radius = 120.0f;
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) {
+// the still scene, as a camera over a static background would see it.
+std::vector<Lum8u> makeFrame(const std::vector<Lum8u>& scene, int t) {
+  std::vector<Lum8u> frame = scene;
+  const float unit = std::min(gWidth, gHeight) / 768.0f;
+  const float cx = gWidth * 0.3f + 14.0f * unit * t, cy = gHeight * 0.4f + 6.0f * unit * t;
+  const float radius = 120.0f * unit, cell = std::max(1.0f, 8.0f * unit);
+  for (int y = 0; y < gHeight; ++y)
+    for (int x = 0; x < gWidth; ++x) {
       const float dx = x - cx, dy = y - cy;
       if (dx * dx + dy * dy < radius * radius)
-        frame[y * kWidth + x] = static_cast<Lum8u>(200 + 40 * ((((x - int(cx)) >> 3) ^ ((y - int(cy)) >> 3)) & 1));
+        frame[static_cast<size_t>(y) * gWidth + x] = static_cast<Lum8u>(
+            200 + 40 * ((static_cast<int>(std::floor(dx / cell)) ^ static_cast<int>(std::floor(dy / cell))) & 1));
     }
+  return frame;
 }
 
-std::vector<unsigned char> toGray(const std::vector<float>& img) {
+// Pixels of any type shown as bytes: value * scale + offset, rounded and
+// clamped to 0..255.
+template <class T>
+std::vector<unsigned char> shown(const std::vector<T>& img, float scale, float offset = 0) {
   std::vector<unsigned char> out(img.size());
   for (size_t i = 0; i < img.size(); ++i)
-    out[i] = static_cast<unsigned char>(std::min(255.0f, std::max(0.0f, img[i] * 255.0f + 0.5f)));
+    out[i] = static_cast<unsigned char>(
+        std::min(255.0f, std::max(0.0f, static_cast<float>(img[i]) * scale + offset + 0.5f)));
   return out;
 }
 
@@ -191,9 +379,10 @@ bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
     std::printf("  %-6s %12.1f %9.2fx", lumiGetLibVersion()->targetCpu, us,
                 timings.front().microseconds / us);
     if (twoThreads) {
+      const std::vector<Pixel> oneThread = result;
       lumSetNumThreads(2);
       const double us2 = medianMicroseconds([&] { op(); }, runs);
-      if (std::memcmp(first.data(), result.data(), result.size() * sizeof(Pixel)) != 0) {
+      if (std::memcmp(oneThread.data(), result.data(), result.size() * sizeof(Pixel)) != 0) {
         std::printf(" two threads disagree with one");
         ok = false;
       }
@@ -208,22 +397,23 @@ bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
   return ok;
 }
 
+
 // ---- Filters ----------------------------------------------------------------------
 // The filters read every source pixel their kernel reaches, so the image is
 // copied once into a larger image with a border of `kBorder` pixels repeated
 // from its edge, and each call is given the pixel of that copy under the
 // destination's (0, 0): the first interior pixel.
 constexpr int kBorder = 2;
-constexpr int kPaddedWidth = kWidth + 2 * kBorder;
 
 template <class T>
-std::vector<T> borderedCopy(const std::vector<Lum8u>& image) {
-  std::vector<T> out(kPaddedWidth * (kHeight + 2 * kBorder));
-  for (int y = 0; y < kHeight + 2 * kBorder; ++y)
-    for (int x = 0; x < kPaddedWidth; ++x) {
-      const int sx = std::min(kWidth - 1, std::max(0, x - kBorder));
-      const int sy = std::min(kHeight - 1, std::max(0, y - kBorder));
-      out[y * kPaddedWidth + x] = static_cast<T>(image[sy * kWidth + sx]);
+std::vector<T> borderedCopy(const std::vector<T>& image) {
+  const int pw = gWidth + 2 * kBorder;
+  std::vector<T> out(static_cast<size_t>(pw) * (gHeight + 2 * kBorder));
+  for (int y = 0; y < gHeight + 2 * kBorder; ++y)
+    for (int x = 0; x < pw; ++x) {
+      const int sx = std::min(gWidth - 1, std::max(0, x - kBorder));
+      const int sy = std::min(gHeight - 1, std::max(0, y - kBorder));
+      out[static_cast<size_t>(y) * pw + x] = image[static_cast<size_t>(sy) * gWidth + sx];
     }
   return out;
 }
@@ -243,112 +433,190 @@ const Kernel kKernels[] = {
     {"laplacian", 3, {0, 1, 0, 1, -4, 1, 0, 1, 0}, 128},
 };
 
+// The builds' documented margin for the filters: k0 and k1 add in the x87
+// unit's extended precision, k2..k5 in single precision, so a float result
+// may differ in its last bits and an integer one by 1 near a halfway point.
 template <class T>
-std::vector<unsigned char> shown(const std::vector<T>& img, float offset) {
-  std::vector<unsigned char> out(img.size());
-  for (size_t i = 0; i < img.size(); ++i)
-    out[i] = static_cast<unsigned char>(
-        std::min(255.0f, std::max(0.0f, static_cast<float>(img[i]) + offset + 0.5f)));
-  return out;
+bool filterMargin(T first, T other) {
+  if constexpr (std::is_floating_point_v<T>)
+    return std::fabs(first - other) <= 1e-5f * std::max(1.0f, std::fabs(first));
+  else
+    return first - other == 1 || other - first == 1;
 }
 
 // One kernel on an image in one pixel type, every build at one and two
-// threads; writes lumdemo_<kernel>_<type>.pgm.
+// threads; writes lumdemo_<kernel>_<type>.pgm, the pixels times `scale`.
 template <class T, class Fn>
-bool filterDemo(const std::string& dir, const std::vector<Lum8u>& image, const Kernel& kernel,
-                const char* type, Fn filterFn) {
+bool filterDemo(const std::string& dir, const std::vector<T>& image, float scale,
+                const Kernel& kernel, const char* type, Fn filterFn) {
   std::vector<float> k = kernel.k;
   float total = 0;
   for (float v : k) total += v;
   if (kernel.offset == 0)
     for (float& v : k) v /= total;  // blur and sharpen keep the brightness
-  const std::vector<T> src = borderedCopy<T>(image);
-  const int step = kPaddedWidth * static_cast<int>(sizeof(T));
-  const T* interior = &src[kBorder * kPaddedWidth + kBorder];
+  const std::vector<T> src = borderedCopy(image);
+  const int pw = gWidth + 2 * kBorder;
+  const int step = pw * static_cast<int>(sizeof(T));
+  const T* interior = &src[static_cast<size_t>(kBorder) * pw + kBorder];
   const int c = kernel.size / 2;
-  std::vector<T> dst(kWidth * kHeight);
+  std::vector<T> dst(pixelCount());
   const std::string title = std::string(type) + " " + kernel.name + " " +
                             std::to_string(kernel.size) + "x" + std::to_string(kernel.size);
   const bool ok = runInEveryBuild(title.c_str(), dst, [&] {
-    return filterFn(interior, step, dst.data(), kWidth * static_cast<int>(sizeof(T)),
-                    LumSize{kWidth, kHeight}, k.data(), LumSize{kernel.size, kernel.size},
+    return filterFn(interior, step, dst.data(), gWidth * static_cast<int>(sizeof(T)),
+                    LumSize{gWidth, gHeight}, k.data(), LumSize{kernel.size, kernel.size},
                     LumPoint{c, c});
-  }, true, kEmulator != nullptr ? 1 : 9);
-  const std::vector<unsigned char> gray = shown(dst, kernel.offset);
+  }, true, kEmulator != nullptr ? 1 : 9, filterMargin<T>);
+  const std::vector<unsigned char> gray = shown(dst, scale, kernel.offset);
   const std::string name = std::string("lumdemo_") + kernel.name + "_" + type + ".pgm";
   return writeImages(dir, {{name.c_str(), &gray}}) && ok;
+}
+
+// Within 1 of each other: the documented margin of the integer divisions.
+template <class T>
+bool withinOne(T first, T other) {
+  return first - other == 1 || other - first == 1;
+}
+
+int usage(const char* why) {
+  std::fprintf(stderr, "lumdemo: %s\nusage: lumdemo [-o OUTPUT_DIRECTORY] [IMAGE.pgm]\n", why);
+  return 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string dir = argc > 1 ? argv[1] : ".";
+  std::string dir = ".", input;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-o" && i + 1 < argc) dir = argv[++i];
+    else if (arg == "-h" || arg == "--help") return usage("runs every image function on an image"), 0;
+    else if (!arg.empty() && arg[0] == '-') return usage(("unknown option " + arg).c_str());
+    else if (input.empty()) input = arg;
+    else return usage("give at most one image");
+  }
+
+  // The user's image, checked before anything runs, or the generated scene.
+  Image picture;
+  if (!input.empty()) {
+    std::vector<unsigned char> bytes;
+    std::string why;
+    if (!readFile(input, bytes, why) || !PgmReader(bytes).read(picture, why)) {
+      std::fprintf(stderr, "lumdemo: %s: %s\n", input.c_str(), why.c_str());
+      return 2;
+    }
+    gWidth = picture.width, gHeight = picture.height;
+  } else {
+    picture = makeScene();
+  }
+
   const LumLibraryVersion* v = lumiGetLibVersion();
   std::printf("lum %d.%d.%d.%d (%s, %s)\n", v->major, v->minor, v->majorBuild, v->build,
               v->version, v->buildDate);
   printProcessor();
-  std::printf("image %dx%d; every build below runs on one thread\n", kWidth, kHeight);
+  if (input.empty())
+    std::printf("image: a generated scene, %dx%d\n", gWidth, gHeight);
+  else
+    std::printf("image: %s, %dx%d, %d bits per pixel (maxval %d)\n", input.c_str(), gWidth,
+                gHeight, picture.maxval > 255 ? 16 : 8, picture.maxval);
+  std::printf("every build below runs on one thread\n");
 
-  bool ok = true;
-  std::vector<float> gradient, rings, product(kWidth * kHeight);
-  makeFloatImages(gradient, rings);
-  ok &= runInEveryBuild("lumiMul_32f_C1R: gradient x rings", product, [&] {
-    return lumiMul_32f_C1R(gradient.data(), kWidth * 4, rings.data(), kWidth * 4, product.data(),
-                           kWidth * 4, {kWidth, kHeight});
-  });
-  const std::vector<unsigned char> productGray = toGray(product);
+  // The picture in the three pixel types: bytes 0..255, shorts 0..32767
+  // (keeping up to 15 bits of a 16-bit image), floats 0..1.
+  const size_t n = pixelCount();
+  const LumSize roi{gWidth, gHeight};
+  const int w = gWidth;
+  std::vector<Lum8u> scene(n);
+  std::vector<Lum16s> scene16(n);
+  for (size_t i = 0; i < n; ++i) {
+    scene[i] = static_cast<Lum8u>(picture.level[i] * 255.0f + 0.5f);
+    scene16[i] = static_cast<Lum16s>(picture.level[i] * 32767.0f + 0.5f);
+  }
+  const std::vector<float>& scene32f = picture.level;
+  const int runs = kEmulator != nullptr ? 3 : 15;
+  bool ok = writeImages(dir, {{"lumdemo_scene_8u.pgm", &scene}});
+
+  // The picture seen through rings: a float product.
+  const std::vector<float> rings = makeRings();
+  std::vector<float> product(n);
+  ok &= runInEveryBuild("lumiMul_32f_C1R: image x rings", product, [&] {
+    return lumiMul_32f_C1R(scene32f.data(), w * 4, rings.data(), w * 4, product.data(), w * 4, roi);
+  }, false, runs);
+  const std::vector<unsigned char> productGray = shown(product, 255.0f);
   ok &= writeImages(dir, {{"lumdemo_mul_32f.pgm", &productGray}});
 
-  // Brightness by a gain map: scene * gain / 2^7, rounded half to even and
-  // saturated at 255.
-  std::vector<Lum8u> scene, gain, brightened(kWidth * kHeight);
-  makeByteImages(scene, gain);
-  ok &= runInEveryBuild("lumiMul_8u_C1RSfs: scene x gain map, scale factor 7", brightened, [&] {
-    return lumiMul_8u_C1RSfs(scene.data(), kWidth, gain.data(), kWidth, brightened.data(), kWidth,
-                             {kWidth, kHeight}, 7);
-  });
-  ok &= writeImages(dir, {{"lumdemo_scene_8u.pgm", &scene}, {"lumdemo_mul_8u.pgm", &brightened}});
+  // Brightness by a gain map: image * gain / 2^7, rounded half to even and
+  // saturated at 255 (bytes) or 32767 (shorts).
+  const std::vector<Lum8u> gain = makeGain();
+  std::vector<Lum8u> brightened(n);
+  ok &= runInEveryBuild("lumiMul_8u_C1RSfs: image x gain map, scale factor 7", brightened, [&] {
+    return lumiMul_8u_C1RSfs(scene.data(), w, gain.data(), w, brightened.data(), w, roi, 7);
+  }, false, runs);
+  const std::vector<Lum16s> gain16(gain.begin(), gain.end());
+  std::vector<Lum16s> brightened16(n);
+  ok &= runInEveryBuild("lumiMul_16s_C1RSfs: the same in 16 bits", brightened16, [&] {
+    return lumiMul_16s_C1RSfs(scene16.data(), w * 2, gain16.data(), w * 2, brightened16.data(),
+                              w * 2, roi, 7);
+  }, false, runs);
+  const std::vector<unsigned char> brightened16Gray = shown(brightened16, 255.0f / 32767.0f);
+  ok &= writeImages(dir, {{"lumdemo_mul_8u.pgm", &brightened}, {"lumdemo_mul_16s.pgm", &brightened16Gray}});
 
   // Vignetting and its correction: a lens that lets through flat / 128 of
   // the light (about 3/4 in the middle, 3/8 in the corners) darkens the
-  // scene; dividing by the same flat field, scale factor -7 (times 2^7),
-  // brings it back. From SSE2 on the quotient is computed in single
+  // image; dividing by the same flat field, scale factor -7 (times 2^7),
+  // brings it back. From SSE2 on the integer quotient is computed in single
   // precision, and one that lies within rounding error of a halfway point
   // may round the other way: those pixels differ by 1.
-  std::vector<Lum8u> flat(gain.size()), vignetted(gain.size()), corrected(gain.size());
-  for (size_t i = 0; i < gain.size(); ++i) flat[i] = static_cast<Lum8u>(gain[i] / 2 + 1);
+  std::vector<Lum8u> flat(n), vignetted(n), corrected(n);
+  for (size_t i = 0; i < n; ++i) flat[i] = static_cast<Lum8u>(gain[i] / 2 + 1);
+  const std::vector<Lum16s> flat16(flat.begin(), flat.end());
+  std::vector<Lum16s> vignetted16(n), corrected16(n);
+  std::vector<float> flat32f(n), vignetted32f(n), corrected32f(n);
+  for (size_t i = 0; i < n; ++i) flat32f[i] = flat[i] / 128.0f;
   lumStaticInitCpu(kCpuCodeForBuild[0]);
-  ok &= lumiMul_8u_C1RSfs(scene.data(), kWidth, flat.data(), kWidth, vignetted.data(), kWidth,
-                          {kWidth, kHeight}, 7) == lumStsNoErr;
-  ok &= runInEveryBuild(
-      "lumiDiv_8u_C1RSfs: vignetted scene / flat field, scale factor -7", corrected,
+  ok &= lumiMul_8u_C1RSfs(scene.data(), w, flat.data(), w, vignetted.data(), w, roi, 7) == lumStsNoErr;
+  ok &= lumiMul_16s_C1RSfs(scene16.data(), w * 2, flat16.data(), w * 2, vignetted16.data(), w * 2,
+                           roi, 7) == lumStsNoErr;
+  ok &= lumiMul_32f_C1R(scene32f.data(), w * 4, flat32f.data(), w * 4, vignetted32f.data(), w * 4,
+                        roi) == lumStsNoErr;
+  ok &= runInEveryBuild("lumiDiv_8u_C1RSfs: vignetted image / flat field, scale factor -7", corrected,
       [&] {
-        return lumiDiv_8u_C1RSfs(flat.data(), kWidth, vignetted.data(), kWidth, corrected.data(),
-                                 kWidth, {kWidth, kHeight}, -7);
-      },
-      false, 15, +[](Lum8u first, Lum8u other) { return first - other == 1 || other - first == 1; });
+        return lumiDiv_8u_C1RSfs(flat.data(), w, vignetted.data(), w, corrected.data(), w, roi, -7);
+      }, false, runs, withinOne<Lum8u>);
+  ok &= runInEveryBuild("lumiDiv_16s_C1RSfs: the same in 16 bits", corrected16, [&] {
+    return lumiDiv_16s_C1RSfs(flat16.data(), w * 2, vignetted16.data(), w * 2, corrected16.data(),
+                              w * 2, roi, -7);
+  }, false, runs, withinOne<Lum16s>);
+  // The float quotient of k1..k5 comes from the reciprocal estimate and may
+  // differ from k0's correctly rounded one in its last bits.
+  ok &= runInEveryBuild("lumiDiv_32f_C1R: the same in floats", corrected32f, [&] {
+    return lumiDiv_32f_C1R(flat32f.data(), w * 4, vignetted32f.data(), w * 4, corrected32f.data(),
+                           w * 4, roi);
+  }, false, runs, +[](float first, float other) { return std::fabs(first - other) <= 1e-6f * std::fabs(first); });
   int worst = 0;
-  for (size_t i = 0; i < scene.size(); ++i) worst = std::max(worst, std::abs(corrected[i] - scene[i]));
-  std::printf("  corrected scene within %d of the original (what the darkening rounded away)\n", worst);
-  ok &= writeImages(dir, {{"lumdemo_vignetted_8u.pgm", &vignetted}, {"lumdemo_corrected_8u.pgm", &corrected}});
+  for (size_t i = 0; i < n; ++i) worst = std::max(worst, std::abs(corrected[i] - scene[i]));
+  std::printf("  corrected image within %d of the original (what the darkening rounded away)\n", worst);
+  const std::vector<unsigned char> corrected16Gray = shown(corrected16, 255.0f / 32767.0f);
+  const std::vector<unsigned char> corrected32fGray = shown(corrected32f, 255.0f);
+  ok &= writeImages(dir, {{"lumdemo_vignetted_8u.pgm", &vignetted},
+                          {"lumdemo_corrected_8u.pgm", &corrected},
+                          {"lumdemo_corrected_16s.pgm", &corrected16Gray},
+                          {"lumdemo_corrected_32f.pgm", &corrected32fGray}});
 
   // A motion map: the absolute difference of two frames of the moving
   // scene, bright where something moved, black where nothing did; in bytes,
   // and in floats on the same frames.
-  std::vector<Lum8u> frame0, frame1, motion(kWidth * kHeight);
-  makeFrame(scene, 0, frame0);
-  makeFrame(scene, 1, frame1);
+  const std::vector<Lum8u> frame0 = makeFrame(scene, 0), frame1 = makeFrame(scene, 1);
+  std::vector<Lum8u> motion(n);
   ok &= runInEveryBuild("lumiAbsDiff_8u_C1R: motion between two frames", motion, [&] {
-    return lumiAbsDiff_8u_C1R(frame0.data(), kWidth, frame1.data(), kWidth, motion.data(), kWidth,
-                              {kWidth, kHeight});
-  });
-  std::vector<float> float0(frame0.begin(), frame0.end()), float1(frame1.begin(), frame1.end());
-  std::vector<float> motion32f(kWidth * kHeight);
+    return lumiAbsDiff_8u_C1R(frame0.data(), w, frame1.data(), w, motion.data(), w, roi);
+  }, false, runs);
+  const std::vector<float> float0(frame0.begin(), frame0.end()), float1(frame1.begin(), frame1.end());
+  std::vector<float> motion32f(n);
   ok &= runInEveryBuild("lumiAbsDiff_32f_C1R: the same frames as floats", motion32f, [&] {
-    return lumiAbsDiff_32f_C1R(float0.data(), kWidth * 4, float1.data(), kWidth * 4,
-                               motion32f.data(), kWidth * 4, {kWidth, kHeight});
-  });
-  for (size_t i = 0; i < motion.size(); ++i)
+    return lumiAbsDiff_32f_C1R(float0.data(), w * 4, float1.data(), w * 4, motion32f.data(), w * 4, roi);
+  }, false, runs);
+  for (size_t i = 0; i < n; ++i)
     if (motion32f[i] != static_cast<float>(motion[i])) {
       std::printf("  the float motion map differs from the byte one at pixel %zu\n", i);
       ok = false;
@@ -358,15 +626,16 @@ int main(int argc, char** argv) {
                           {"lumdemo_frame1_8u.pgm", &frame1},
                           {"lumdemo_motion_8u.pgm", &motion}});
 
-  // Filters: blur, sharpen and edges on the first frame (the scene with
-  // its textured disc), as bytes, shorts and floats, from a bordered copy.
-  std::printf("\nfilters on frame 0 from a copy with a %d-pixel border\n", kBorder);
+  // Filters: blur, sharpen and edges of the image, as bytes, shorts and
+  // floats, from a bordered copy.
+  std::printf("\nfilters on the image from a copy with a %d-pixel border\n", kBorder);
   for (const Kernel& kernel : kKernels) {
-    ok &= filterDemo<Lum8u>(dir, frame0, kernel, "8u", lumiFilter32f_8u_C1R);
-    ok &= filterDemo<Lum16s>(dir, frame0, kernel, "16s", lumiFilter32f_16s_C1R);
-    ok &= filterDemo<Lum32f>(dir, frame0, kernel, "32f", lumiFilter_32f_C1R);
+    ok &= filterDemo<Lum8u>(dir, scene, 1.0f, kernel, "8u", lumiFilter32f_8u_C1R);
+    ok &= filterDemo<Lum16s>(dir, scene16, 255.0f / 32767.0f, kernel, "16s", lumiFilter32f_16s_C1R);
+    ok &= filterDemo<Lum32f>(dir, scene32f, 255.0f, kernel, "32f", lumiFilter_32f_C1R);
   }
 
+  ok &= writeContactSheet(dir);
   std::printf("\n%s\n", ok ? "demo ok" : "demo FAILED");
   return ok ? 0 : 1;
 }

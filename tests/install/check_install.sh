@@ -7,22 +7,15 @@ set -eu
 build=$1 here=$2 toolchain=$3 run=$4
 work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
+. "$here/consume.sh"
 
 cmake --install "$build" --prefix "$prefix" > "$work/install.log"
-libdir=$prefix/lib
-[ -d "$libdir" ] || libdir=$(dirname "$(find "$prefix" -name 'liblum.so.5' | head -n 1)")
+libdir=$prefix/lib/i386-linux-gnu
 test -f "$prefix/include/lum.h"
 test -L "$libdir/liblum.so" && test -L "$libdir/liblum.so.5"
 
-echo "-- pkg-config"
-PKG_CONFIG_PATH=$libdir/pkgconfig
-export PKG_CONFIG_PATH
-gcc -m32 -std=c99 -Wall -Werror "$here/consumer.c" -o "$work/consumer_pc" \
-    $(pkg-config --cflags --libs lum)
-LD_LIBRARY_PATH=$libdir "$run" "$work/consumer_pc"
-
-echo "-- find_package"
-cmake -S "$here" -B "$work/cmake" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
-      -DCMAKE_PREFIX_PATH="$prefix" > "$work/configure.log"
-cmake --build "$work/cmake" > "$work/build.log"
-"$run" "$work/cmake/consumer"
+# The consumer finds the library through the loader's path here, as an
+# installed tree outside the loader's directories needs.
+LD_LIBRARY_PATH=$libdir
+export LD_LIBRARY_PATH
+consume prefix "$libdir/pkgconfig" "$prefix"

@@ -7,8 +7,8 @@
 # programs the tests run under qemu-i386 (see README).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# The tests also build and check the Debian packages.
-bash scripts/setup.sh packaging
+# The tests also build and check the Debian packages and the interface.
+bash scripts/setup.sh packaging abi
 jobs=$(nproc)
 notes=$(mktemp); trap 'rm -f "$notes"' EXIT
 for preset in release debug asan; do

@@ -2,12 +2,14 @@
 # Builds the release preset and runs the benchmarks, then prints the medians
 # as ratio tables: each build against the plain -O3 SSE4.1 loop, memcpy of
 # the same bytes and the generic build; the stubs against direct calls.
+# Then draws a PNG chart per family (scripts/bench-charts.sh) into
+# build/release/bench-charts/.
 #   scripts/bench.sh [REPETITIONS] [BENCHMARK_FILTER]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 reps=${1:-5}
 filter=${2:-.}
-bash scripts/setup.sh
+bash scripts/setup.sh charts
 cmake --preset release > /dev/null
 emulator=$(sed -n 's/^LUM_EMULATOR_IN_USE:INTERNAL=//p' build/release/CMakeCache.txt)
 if [ -n "$emulator" ]; then
@@ -57,3 +59,5 @@ awk -F, '
       printf "  %-6s %10.2f %10.2f %8.3f\n", substr(g, 6), s, d, s / d
     }
   }' "$out"
+echo
+bash scripts/bench-charts.sh "$out" build/release/bench-charts

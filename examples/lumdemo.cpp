@@ -151,9 +151,10 @@ class PgmReader {
     if (!std::isdigit(bytes_[pos_]))
       return fail(why, std::string("the ") + name + " is not a decimal number");
     value = 0;
+    // Checked before each step: long has 32 bits here.
     for (; pos_ < bytes_.size() && std::isdigit(bytes_[pos_]); ++pos_) {
+      if (value > 100000000L) return fail(why, std::string("the ") + name + " is far too large");
       value = value * 10 + (bytes_[pos_] - '0');
-      if (value > 1000000000L) return fail(why, std::string("the ") + name + " is far too large");
     }
     return true;
   }

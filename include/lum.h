@@ -517,11 +517,15 @@ LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
    dstStep below width pixels). Neither the anchor nor the coefficients are
    checked. A scratch buffer that cannot be allocated is not an error: the
    call then takes the direct loop.
-   Builds: k0 and k1 add the products on the x87 unit, in the precision of
-   its control word (extended under the usual setting), k2..k5 in single
-   precision, and their vector paths may add a row's products in another
-   order; so a 32f result may differ between builds in its last bits and an
-   integer one by 1 where the sum lies within rounding distance of a half.
+   Builds: k0 adds the products on the x87 unit, in the precision of its
+   control word (extended under the usual setting). k1 does the same where
+   its vector path does not run (a kernel narrower than 3, a region narrower
+   than 16 pixels, no scratch memory) and otherwise adds in single
+   precision; its 16s vector path (coefficient magnitudes summing to at
+   most 32767) rounds under the caller's SSE rounding mode. k2..k5 add in
+   single precision, in the same order on every path. So a 32f result may
+   differ between builds in its last bits and an integer one by 1 where the
+   sum lies within rounding distance of a half.
    Threads: regions of at least 64 x 64 are cut into bands of rows over the
    library's threads; the results do not depend on it. */
 LUM_API LumStatus lumiFilter32f_8u_C1R(const Lum8u* pSrc, int srcStep, Lum8u* pDst, int dstStep,

@@ -21,6 +21,8 @@
 
 #if LUM_BUILD >= 1
 
+#include "image/arith/int_vec.h"
+#include "image/arith/scale_rule.h"
 #include "image/filter/to_pixel.h"
 LUM_BEGIN_BUILD
 
@@ -63,12 +65,12 @@ struct Pixel;
 template <>
 struct Pixel<Lum8u> {
   static constexpr float kMaxF = 255.0f, kMinF = 0.0f;
-  static Lum8u narrow(int n) { return static_cast<Lum8u>(n < 0 ? 0 : n > 255 ? 255 : n); }
+  static Lum8u narrow(int n) { return static_cast<Lum8u>(saturate8u(n)); }
 };
 template <>
 struct Pixel<Lum16s> {
   static constexpr float kMaxF = 32767.0f, kMinF = -32768.0f;
-  static Lum16s narrow(int n) { return static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n); }
+  static Lum16s narrow(int n) { return static_cast<Lum16s>(saturate16s(n)); }
 };
 
 // A value into lane 0 from any address: the row may start anywhere.
@@ -86,9 +88,6 @@ inline T roundedOne(const Lum32f* p, __m128 m, __m128 max) {
 
 #if LUM_BUILD == 1
 
-typedef __m64 Bytes8Unaligned __attribute__((aligned(1), may_alias));
-inline void vStoreBytes8(Lum8u* d, __m64 v) { *reinterpret_cast<Bytes8Unaligned*>(d) = v; }
-
 // Two lanes at a time into MMX integers, narrowed there with saturation.
 template <bool kAligned, bool kScaled>
 int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m) {
@@ -102,7 +101,7 @@ int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m) {
     a = _mm_min_ps(a, max), b = _mm_min_ps(b, max);
     const __m64 lo = _mm_packs_pi32(_mm_cvtps_pi32(a), _mm_cvtps_pi32(_mm_movehl_ps(a, a)));
     const __m64 hi = _mm_packs_pi32(_mm_cvtps_pi32(b), _mm_cvtps_pi32(_mm_movehl_ps(b, b)));
-    vStoreBytes8(dst + i, _mm_packs_pu16(lo, hi));
+    vStore(dst + i, _mm_packs_pu16(lo, hi));
   }
   _mm_empty();
   return i;

@@ -16,6 +16,7 @@
 // the same operations, so the caller's MXCSR applies alike at every
 // position.
 #include "image/filter/to_pixel.h"
+#include "image/filter/widen.h"
 
 LUM_BEGIN_BUILD
 
@@ -75,27 +76,6 @@ void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d)
 #else
 
 // ---- SSE: single-precision sums, four outputs a register -------------------------------
-// Pixels widen to float exactly: bytes and shorts are small integers.
-
-inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
-inline __m128 fourPixels(const Lum16s* p) {
-  int64_t bits;
-  __builtin_memcpy(&bits, p, 8);
-  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&bits));
-  return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
-}
-inline __m128 fourPixels(const Lum8u* p) {
-  int32_t bits;
-  __builtin_memcpy(&bits, p, 4);
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i v = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero);
-  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(v, zero));
-}
-template <class T>
-__m128 onePixel(const T* p) {
-  return _mm_set_ss(static_cast<float>(loadPixel(p)));
-}
-
 template <class T>
 void fourOutputs(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
   __m128 a = _mm_setzero_ps();

@@ -1,3 +1,12 @@
+# Callers may enter with a stack aligned to 4 bytes only: the SSE builds
+# realign where they need to (clang has no way to state the incoming
+# alignment and realigns in every function instead).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  set(LUM_REALIGN_STACK -mstackrealign)
+else()
+  set(LUM_REALIGN_STACK -mincoming-stack-boundary=2)
+endif()
+
 # lum_add_build(<tag> <index> <flags>...)
 #
 # Compiles the shared image sources (LUM_IMAGE_SOURCES) once more, as object

@@ -2,13 +2,23 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR i686)
 
-set(CMAKE_C_COMPILER gcc)
-set(CMAKE_CXX_COMPILER g++)
+# The multilib GCC; the fuzz preset names clang instead, whose sanitizer
+# coverage the fuzzers need.
+if(NOT CMAKE_C_COMPILER)
+  set(CMAKE_C_COMPILER gcc)
+  set(CMAKE_CXX_COMPILER g++)
+endif()
 
 # The baseline every object shares: plain i686 with x87 math. The image
 # builds add their own instruction-set flags on top (see LumBuilds.cmake).
-set(CMAKE_C_FLAGS_INIT "-m32 -march=i686 -mtune=generic -mfpmath=387")
-set(CMAKE_CXX_FLAGS_INIT "-m32 -march=i686 -mtune=generic -mfpmath=387")
+# (clang does x87 math on i686 without being told, and refuses the option
+# where SSE is enabled.)
+set(lum_baseline "-m32 -march=i686 -mtune=generic")
+if(NOT CMAKE_C_COMPILER MATCHES "clang")
+  string(APPEND lum_baseline " -mfpmath=387")
+endif()
+set(CMAKE_C_FLAGS_INIT "${lum_baseline}")
+set(CMAKE_CXX_FLAGS_INIT "${lum_baseline}")
 set(CMAKE_ASM_FLAGS_INIT "-m32")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-m32")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-m32")

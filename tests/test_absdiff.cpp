@@ -7,7 +7,7 @@
 #include "core/cpu_internal.h"
 #include "support/builds.h"
 #include "support/fake_cpu.h"
-#include "support/harness.h"
+#include "support/cases.h"
 
 namespace lum {
 namespace k2 { bool ownAbsDiffStreams_32f(int width, int height); }
@@ -18,39 +18,6 @@ namespace k5 { bool ownAbsDiffStreams_32f(int width, int height); }
 namespace {
 
 using namespace lumtest;
-
-// The difference as floatReference has it, then the sign cleared.
-float absDiff32f(const float* a, const float* b, int build, Ctx& ctx) {
-  float d = floatReference(a, b, build, ctx, sseSub, [](double x, double y) { return x - y; });
-  uint32_t bits;
-  std::memcpy(&bits, &d, 4), bits &= 0x7FFFFFFF;
-  return std::memcpy(&d, &bits, 4), d;
-}
-
-template <class T>
-Case<T> absDiffCase(int build) {
-  const int px = sizeof(T);
-  Case<T> c{sizeof(T) == 1 ? "lumiAbsDiff_8u_C1R" : "lumiAbsDiff_32f_C1R",
-            sizeof(T) == 1 ? (const void*)lumiAbsDiff_8u_C1R_arraddr[build] : (const void*)lumiAbsDiff_32f_C1R_arraddr[build],
-            2, {}, {}, [build](const T* a, const T* b, Ctx& ctx) {
-              if constexpr (sizeof(T) == 1) return T(*a > *b ? *a - *b : *b - *a);
-              else return absDiff32f(a, b, build, ctx);
-            }, nullAndSizeChecks(2)};
-  // Then steps below one row, each operand in turn; for floats steps that are not whole pixels.
-  for (int i = 0; i < 3; ++i) {
-    const auto step = [i](Args& a) -> int& { return i < 2 ? a.srcStep[i] : a.dstStep; };
-    // Short by 1, and by 2^30 (the width may have been broken to INT_MIN already).
-    for (int under : {1, 1 << 30})
-      c.checks.push_back({"step " + std::to_string(i) + " short",
-                          [=](Args& a) { step(a) = int(std::max(INT_MIN * 1LL, 1LL * a.size.width * px - under)); },
-                          lumStsStepErr});
-    if (px == 4) c.checks.push_back({"step " + std::to_string(i) + " odd", [=](Args& a) { step(a) += 2 + 4 * i; },
-                                     lumStsStepNotPixelMultipleErr});
-  }
-  std::stable_partition(c.checks.begin(), c.checks.end(), [](const Check& k) { return k.status != lumStsStepNotPixelMultipleErr; });
-  c.anySteps = false, c.stepUnit = px;
-  return c;
-}
 
 // The largest cache made `descriptor` of leaf 2 for the scope; the query answers afresh.
 struct CacheScope {

@@ -8,8 +8,7 @@
 
 #include "core/lum_internal.h"
 #include "support/builds.h"
-#include "support/harness.h"
-#include "support/scaled_reference.h"
+#include "support/cases.h"
 
 // The row functions of each build, with their own checks.
 #define LUM_DIV_ROWS(k)                                                                              \
@@ -25,57 +24,6 @@ namespace {
 
 using namespace lumtest;
 
-// From SSE2 on an integer quotient is y = y0 (1 + e)(1 + e^2) in single precision, y0 = b r and
-// e = 1 - d r, r the estimate of 1/d with |1 - d r| <= 1.5 * 2^-12. Operands and their scaling are
-// exact in single precision. With e off by at most 2^-24 (the rounding of d r; the subtraction is
-// exact), y0 rounded once and the two sums once each, while (1 + e)(1 + e^2) = (1 - e^4) / (1 - e):
-// |y / q - 1| <= 4 * 2^-24 + e^4 + terms below 2^-35, under 2^-21. Where the exact quotient q lies
-// within 2^-21 of its magnitude from a halfway point either neighbour will do; elsewhere the exact
-// rule must hold.
-constexpr long double kEstimateBound = 0x1p-21L;
-
-// The neighbour the estimate may give instead of `exact`, or `exact` itself.
-int estimateMayGive(int dividend, int divisor, int sf, int lo, int hi, int exact) {
-  if (sf < -40 || sf > 41) return exact;
-  // q = n / d exactly, d > 0; its distance from the halfway point above floor(q) is
-  // |2 (n - floor(q) d) - d| / 2d.
-  const long double n = static_cast<long double>(divisor < 0 ? -dividend : dividend) * (sf < 0 ? 1LL << -sf : 1);
-  const long double d = static_cast<long double>(divisor < 0 ? -divisor : divisor) * (sf > 0 ? 1LL << sf : 1);
-  const long double low = std::floor(n / d);
-  if (std::fabs(2 * (n - low * d) - d) > 2 * std::fabs(n) * kEstimateBound) return exact;
-  const long double other = exact == low ? low + 1 : low;
-  return other < lo ? lo : (other > hi ? hi : static_cast<int>(other));
-}
-
-// Checks of the image functions after the null pointers and sizes: each step below 1.
-std::vector<Check> divChecks() {
-  std::vector<Check> c = nullAndSizeChecks(2);
-  for (int i = 0; i < 3; ++i)
-    for (int bad : {0, -1, INT_MIN})
-      c.push_back({"step " + std::to_string(i) + " = " + std::to_string(bad),
-                   [=](Args& a) { (i < 2 ? a.srcStep[i] : a.dstStep) = bad; }, lumStsStepErr});
-  return c;
-}
-
-template <class T>
-Case<T> divIntCase(int build, int sf) {
-  constexpr bool k8u = sizeof(T) == 1;
-  constexpr int lo = k8u ? 0 : -32768, hi = k8u ? 255 : 32767;
-  Case<T> c{(k8u ? "lumiDiv_8u_C1RSfs, scale factor " : "lumiDiv_16s_C1RSfs, scale factor ") + std::to_string(sf),
-            k8u ? reinterpret_cast<const void*>(lumiDiv_8u_C1RSfs_arraddr[build])
-                : reinterpret_cast<const void*>(lumiDiv_16s_C1RSfs_arraddr[build]),
-            2, {}, {uint32_t(sf)}, [=](const T* divisor, const T* dividend, Ctx& ctx) {
-              if (*divisor == 0) return ctx.status = lumStsDivByZero, T(*dividend > 0 ? hi : *dividend < 0 ? lo : 0);
-              const int exact = scaledQuotientReference(*dividend, *divisor, sf, lo, hi);
-              const int other = build >= 2 ? estimateMayGive(*dividend, *divisor, sf, lo, hi, exact) : exact;
-              ctx.hasAlso = other != exact, ctx.also = uint32_t(other) & (k8u ? 0xFF : 0xFFFF);
-              return T(exact);
-            },
-            divChecks()};
-  c.anySteps = false;
-  return c;
-}
-
 // Every case of the scale factor, the factors moving with salt: 0, 1, the other positive ones, the
 // negative ones, beyond each extreme, and the ends of the range; four of them at each width in turn.
 template <class T>
@@ -84,49 +32,6 @@ Case<T> divIntCaseAt(int build, int i, int salt) {
   const int f[] = {0, 1, 2 + salt % (zeroAbove - 1), -1 - salt % -signOnlyBelow, zeroAbove + 1 + salt % 3,
                    signOnlyBelow - 1 - salt % 3, salt % 2 ? INT_MIN : INT_MAX};
   return divIntCase<T>(build, f[(i + 4 * salt) % 7]);
-}
-
-// The estimate formula of k1..k5 for one pair, with this processor's estimate, under the caller's
-// MXCSR: y0 + (y0 + e*y0)*e.
-__attribute__((target("sse"))) void estimated(const float* divisor, const float* dividend, float* out) {
-  const __m128 d = _mm_load1_ps(divisor), b = _mm_load1_ps(dividend), one = _mm_set1_ps(1.0f);
-  const __m128 r = _mm_rcp_ps(d), e = _mm_sub_ps(one, _mm_mul_ps(d, r)), y0 = _mm_mul_ps(b, r);
-  _mm_store_ss(out, _mm_add_ps(y0, _mm_mul_ps(_mm_add_ps(y0, _mm_mul_ps(e, y0)), e)));
-}
-__attribute__((target("sse"))) int sseCompare(const float* x, int predicate) {
-  const __m128 v = _mm_load_ss(x), z = _mm_setzero_ps();
-  return _mm_movemask_ps(predicate < 0 ? _mm_cmplt_ss(v, z) : predicate > 0 ? _mm_cmpgt_ss(v, z) : _mm_cmpeq_ss(v, z)) & 1;
-}
-float fromBits(uint32_t b) { float f; return std::memcpy(&f, &b, 4), f; }
-uint32_t bitsOf(float f) { uint32_t b; return std::memcpy(&b, &f, 4), b; }
-
-// A zero divisor: the dividend's infinity, or the build's NaN.
-float byZero(bool positive, bool negative, uint32_t nan) {
-  return fromBits(positive ? 0x7F800000u : negative ? 0xFF800000u : nan);
-}
-
-// k0: the x87 compares (a denormal is no zero) and divides, rounding once. k1..k5: the SSE compare
-// (under denormals-are-zero a denormal divisor is zero); the estimate formula, or the correctly
-// rounded quotient where a zero divisor shares the group, which depends on where the pixel lies.
-float div32f(const float* divisor, const float* dividend, int build, Ctx& ctx) {
-  if (build == 0 ? *divisor == 0 : sseCompare(divisor, 0)) {
-    ctx.status = lumStsDivByZero;
-    if (build == 0) return byZero(*dividend > 0, *dividend < 0, 0xFFC00000u);
-    return byZero(sseCompare(dividend, 1), sseCompare(dividend, -1), 0x7FC00000u);
-  }
-  if (build == 0) return floatReference(dividend, divisor, 0, ctx, sseDiv, [](double x, double y) { return x / y; });
-  float y, exact = sseDiv(dividend, divisor);
-  estimated(divisor, dividend, &y);
-  ctx.anyNaN = std::isnan(*divisor) || std::isnan(*dividend);
-  ctx.hasAlso = true, ctx.also = bitsOf(exact);
-  return y;
-}
-
-Case<Lum32f> div32fCase(int build) {
-  Case<Lum32f> c{"lumiDiv_32f_C1R", reinterpret_cast<const void*>(lumiDiv_32f_C1R_arraddr[build]), 2, {}, {},
-                 [build](const float* a, const float* b, Ctx& ctx) { return div32f(a, b, build, ctx); }, divChecks()};
-  c.anySteps = false;
-  return c;
 }
 
 TEST(ScaledQuotientReference, WorkedExamples) {

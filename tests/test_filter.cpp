@@ -1,8 +1,5 @@
-// The float-kernel filters of every build against the formula worked out here: each destination pixel
-// the sum of K[j][i] * S(x + ax - i, y + ay - j), j and i from the last down (rows of the window from the
-// top, pixels left to right), in long double for k0/k1 and in SSE single precision for k2..k5, then the
-// integer rule as plain rounding to nearest even with saturation (NaN 0); and within a tolerance of a
-// double-precision sum. Sources lie in windows with inaccessible pages on all four sides.
+// The float-kernel filters of every build against the formula of support/filter_check.h, on windows
+// between inaccessible pages; their checks, bands and fast paths.
 #include <omp.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -14,9 +11,8 @@
 #include <set>
 #include <tuple>
 
-#include "support/alloc_hooks.h"
 #include "support/builds.h"
-#include "support/harness.h"
+#include "support/filter_check.h"
 
 #define LUM_FILTER_BANDS(tag) namespace lum::tag { void ownFilterBands(LumSize, void (*)(int, int, void*), void*); }
 LUM_FILTER_BANDS(k0) LUM_FILTER_BANDS(k1) LUM_FILTER_BANDS(k2) LUM_FILTER_BANDS(k3) LUM_FILTER_BANDS(k4) LUM_FILTER_BANDS(k5)
@@ -24,115 +20,6 @@ LUM_FILTER_BANDS(k0) LUM_FILTER_BANDS(k1) LUM_FILTER_BANDS(k2) LUM_FILTER_BANDS(
 namespace {
 
 using namespace lumtest;
-
-template <class T>
-auto entry(int b) {
-  if constexpr (sizeof(T) == 1) return lumiFilter32f_8u_C1R_arraddr[b];
-  else if constexpr (sizeof(T) == 2) return lumiFilter32f_16s_C1R_arraddr[b];
-  else return lumiFilter_32f_C1R_arraddr[b];
-}
-
-// Window rows of `bytes`: 0/1 one block, step = bytes, against its end/start guard page; 2/3 each row
-// alone in a page between inaccessible ones, against its end/start; 4 one block of padded rows.
-struct Window {
-  Window(size_t bytes, int rows, int layout) : page(sysconf(_SC_PAGESIZE)), step(layout / 2 == 1 ? 2 * page : bytes + 12 * (layout == 4)) {
-    const bool alone = layout / 2 == 1;
-    const size_t span = (rows - 1) * step + bytes, body = alone ? (2 * rows - 1) * page : (span + page - 1) / page * page;
-    map = static_cast<uint8_t*>(mmap(nullptr, size = body + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    for (int r = 0; r < (alone ? rows : 1); ++r) mprotect(map + (2 * r + 1) * page, alone ? page : body, PROT_READ | PROT_WRITE);
-    first = map + page + (layout % 2 || layout == 4 ? 0 : alone ? page - bytes : body - span);
-  }
-  ~Window() { munmap(map, size); }
-  size_t page, step, size;
-  uint8_t *map, *first;
-};
-
-struct Call { int w, h, kw, kh, ax, ay, layout = 0, threads = 1, env = 0; std::vector<float> kernel{}; int fill = -1; };
-
-// The sum of the terms in their order: x87 extended (k0, k1) or SSE single precision (k2..k5) under
-// the environment in force; and the double sum with the sum of magnitudes, for the tolerance.
-__attribute__((target("sse"))) float sseSum(const float* k, const float* s, size_t n) {
-  __m128 a = _mm_setzero_ps();
-  for (size_t i = 0; i < n; ++i) a = _mm_add_ss(a, _mm_mul_ss(_mm_load_ss(s + i), _mm_load_ss(k + i)));
-  return _mm_cvtss_f32(a);
-}
-__attribute__((target("sse"))) int sseRound(float s) { return _mm_cvtss_si32(_mm_set_ss(s)); }  // under the SSE rounding
-long double x87Sum(const float* k, const float* s, size_t n) {
-  long double a = 0;
-  for (size_t i = 0; i < n; ++i) a += (long double)k[i] * s[i];
-  return a;
-}
-template <class T>
-T toPixel(long double s) {  // nearest, ties to even (the default mode), saturated; NaN 0
-  if (sizeof(T) == 4) return T(s);
-  const long double lo = sizeof(T) == 1 ? 0 : -32768, hi = sizeof(T) == 1 ? 255 : 32767;
-  return std::isnan(s) ? T(0) : T(std::fmin(hi, std::fmax(lo, std::nearbyintl(s))));
-}
-
-// One call in `build`, checked whole: status 0, the caller's control state kept, every pixel, the
-// destination's padding untouched. Source pixels random (or all `fill`), kernel random when not given.
-template <class T>
-std::vector<T> run(int build, Call c) {
-  static std::mt19937 g(7);
-  const int P = sizeof(T), W = c.w + c.kw - 1, H = c.h + c.kh - 1, dstStep = c.w * P + 3 * P * (c.layout % 2);
-  const bool quarters = g() % 2;  // coefficients in quarters: sums exact, ties frequent
-  for (size_t i = c.kernel.size(); i < size_t(c.kw * c.kh); ++i)
-    c.kernel.push_back(quarters ? float(int(g() % 9) - 4) / 4 : std::uniform_real_distribution<float>(-1, 1)(g));
-  Window win(W * P, H, c.layout);
-  std::vector<T> s(W * H);
-  for (T& v : s) v = c.fill >= 0 ? T(c.fill) : P == 4 ? T(std::uniform_real_distribution<float>(-100, 100)(g)) : T(g());
-  for (int r = 0; r < H; ++r) std::memcpy(win.first + r * win.step, &s[r * W], W * P);
-  std::vector<uint8_t> dst(dstStep * c.h + 16);
-  for (auto& b : dst) b = uint8_t(g());
-  std::vector<uint8_t> before = dst;
-  const T* src = reinterpret_cast<const T*>(win.first + (c.kh - 1 - c.ay) * ptrdiff_t(win.step)) + (c.kw - 1 - c.ax);
-  T* d = reinterpret_cast<T*>(dst.data() + 8);
-  ThreadCountScope threads(c.threads);
-  const FpEnv caller = readFp(), set = writeFp(kEnvs[c.env]);
-  const LumStatus st = entry<T>(build)(src, int(win.step), d, dstStep, {c.w, c.h}, c.kernel.data(), {c.kw, c.kh}, {c.ax, c.ay});
-  const FpEnv after = readFp();
-  // k1's fast paths (kernel 3 or more wide, region 16 or more, for 16s magnitudes summing to at most 32767,
-  // scratch to be had) sum in single precision as k2..k5 do; its 16s one rounds under the SSE rounding mode.
-  float magnitudes = 0;
-  for (float k : c.kernel) magnitudes += std::fabs(k);
-  const bool k1Fast = build == 1 && c.kw >= 3 && c.w >= 16 && (P != 2 || !(magnitudes > 32767)) &&
-                      !(i_malloc == CountingHooks::alloc && CountingHooks::fail);
-  const auto S = [&](int u, int v) { return float(s[(v + c.kh - 1 - c.ay) * W + u + c.kw - 1 - c.ax]); };
-  std::vector<T> got(c.w * c.h), want(got.size());
-  std::vector<long double> sums(got.size());
-  std::vector<double> exact(got.size()), magnitude(got.size());
-  for (int y = 0, i = 0; y < c.h; ++y)
-    for (int x = 0; x < c.w; ++x, ++i) {
-      std::vector<float> k, p;
-      for (int j = c.kh - 1; j >= 0; --j)
-        for (int ii = c.kw - 1; ii >= 0; --ii) k.push_back(c.kernel[j * c.kw + ii]), p.push_back(S(x + c.ax - ii, y + c.ay - j));
-      for (size_t t = 0; t < k.size(); ++t) exact[i] += double(k[t]) * p[t], magnitude[i] += std::fabs(double(k[t]) * p[t]);
-      sums[i] = build < 2 && !k1Fast ? x87Sum(k.data(), p.data(), k.size()) : sseSum(k.data(), p.data(), k.size());
-      if (P == 4) want[i] = T(sums[i]);  // rounded under the caller's mode
-      if (P == 2 && k1Fast) want[i] = T(std::isnan(sums[i]) ? 0 : std::clamp(sseRound(float(sums[i])), -32768, 32767));
-      std::memcpy(&got[i], dst.data() + 8 + y * dstStep + x * P, P);
-      std::memset(dst.data() + 8 + y * dstStep + x * P, 0, P), std::memset(&before[8 + y * dstStep + x * P], 0, P);
-    }
-  writeFp(caller);
-  char where[160];
-  std::snprintf(where, sizeof where, "k%d %dx%d kernel %dx%d anchor %d,%d layout %d threads %d env %d", build, c.w, c.h, c.kw, c.kh,
-                c.ax, c.ay, c.layout, c.threads, c.env);
-  EXPECT_EQ(st, lumStsNoErr) << where;
-  EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << where << ": control state changed";
-  EXPECT_TRUE(dst == before) << where << ": bytes outside the region written";
-  for (size_t i = 0; i < got.size(); ++i) {
-    if (P == 1 || (P == 2 && !k1Fast)) want[i] = toPixel<T>(sums[i]);
-    const bool same = std::memcmp(&got[i], &want[i], P) == 0 || (std::isnan(double(got[i])) && std::isnan(double(want[i])));
-    const double tolerance = P == 4 ? 1e-6 * magnitude[i] + 1e-30 : 1.0;  // around the double sum, default environment only
-    const bool near = c.env || std::fabs(double(got[i]) - double(toPixel<T>(exact[i]))) <= tolerance || !std::isfinite(exact[i]);
-    if (!same || !near) {
-      ADD_FAILURE() << where << ": pixel (" << i % c.w << ", " << i / c.w << ") sum " << double(sums[i]) << " got " << double(got[i])
-                    << " want " << double(want[i]) << " double sum " << exact[i];
-      break;
-    }
-  }
-  return got;
-}
 
 class Filter : public PerBuild {};
 
@@ -142,13 +29,13 @@ TEST_P(Filter, FormulaAndWindow) {
   for (int i = 0; i < 70; ++i) {
     const int kw = 1 + i % 7, kh = 1 + i / 7 % 7, ax[] = {kw / 2, 0, kw - 1, -2, kw + 1}, ay[] = {kh / 2, kh - 1, -1, 0, kh + 2};
     Call c{i + 1, 1 + i % 4, kw, kh, ax[i % 5], ay[(i / 5) % 5], i % 5, 1, i % 3};
-    run<Lum8u>(build(), c), run<Lum16s>(build(), c), run<Lum32f>(build(), c);
+    checkFilter<Lum8u>(build(), c), checkFilter<Lum16s>(build(), c), checkFilter<Lum32f>(build(), c);
   }
-  for (int w : {127, 300}) run<Lum16s>(build(), {w, 5, 5, 5, 2, 2}), run<Lum32f>(build(), {w, 3, 3, 4, 1, 1, 1});
+  for (int w : {127, 300}) checkFilter<Lum16s>(build(), {w, 5, 5, 5, 2, 2}), checkFilter<Lum32f>(build(), {w, 3, 3, 4, 1, 1, 1});
   // Mirrored: with anchor (1, 1), 1 at K[0][0] copies S(x + 1, y + 1), at K[2][2] S(x - 1, y - 1); a 1x1
   // kernel of 1 with anchor (-1, 0) copies S(x - 1, y).
-  for (int one : {0, 2, 8}) run<Lum32f>(build(), {6, 4, 3, 3, 1, 1, one % 5, 1, 0, [&] { std::vector<float> k(9); return k[one] = 1, k; }()});
-  run<Lum32f>(build(), {6, 4, 1, 1, -1, 0, 2, 1, 0, {1}});
+  for (int one : {0, 2, 8}) checkFilter<Lum32f>(build(), {6, 4, 3, 3, 1, 1, one % 5, 1, 0, [&] { std::vector<float> k(9); return k[one] = 1, k; }()});
+  checkFilter<Lum32f>(build(), {6, 4, 1, 1, -1, 0, 2, 1, 0, {1}});
 }
 
 // Checks in order, the first failing one returned, nothing written, whatever the anchor: steps at the
@@ -168,7 +55,10 @@ TEST_P(Filter, ArgumentChecks) {
         {s, 0, d, 8, 2, 2, k, 3, -1, lumStsSizeErr}, {s, 15, d, 8, 2, 2, k, 3, 3, lumStsStepErr}, {s, -16, d, 8, 2, 2, k, 3, 3, lumStsStepErr},
         {s, 16, d, 7, 2, 2, k, 3, 3, lumStsStepErr}, {s, 16, d, -8, 2, 2, k, 3, 3, lumStsStepErr}, {s, INT_MAX, d, 8, 2, 2, k, INT_MAX, 1, lumStsStepErr},
         {s, INT_MAX, d, INT_MAX, INT_MAX / 4 + 1, 1, k, 1, 1, lumStsStepErr}})
+  {
     EXPECT_EQ(call(src, ss, dst, ds, {w, h}, ker, {kw, kh}, want ? LumPoint{INT_MIN, INT_MAX} : LumPoint{2, 2}), want) << ss << " " << ds << " " << w << "x" << h << " " << kw << "x" << kh;
+    EXPECT_EQ(filterVerdict(src, ss, dst, ds, {w, h}, ker, {kw, kh}, 4), want) << "the fuzz target's verdict";
+  }
 }
 
 // The integer rule at its edges, sums made by a 1x1 kernel on pixels of 1, then by a two-cell kernel
@@ -179,23 +69,23 @@ TEST_P(Filter, IntegerRuleAtItsEdges) {
        {std::tuple{0.5f, 0, 0}, {1.5f, 2, 2}, {2.5f, 2, 2}, {3.5f, 4, 4}, {254.5f, 254, 254}, {254.7f, 255, 255}, {255.0f, 255, 255},
         {1e30f, 255, 32767}, {-1e30f, 0, -32768}, {-0.2f, 0, 0}, {-0.5f, 0, 0}, {-1.5f, 0, -2}, {-2.5f, 0, -2},
         {32766.5f, 255, 32766}, {-32768.7f, 0, -32768}, {nan, 0, 0}, {INFINITY, 255, 32767}, {-INFINITY, 0, -32768}}) {
-    EXPECT_EQ(run<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, 0, {sum}, 1})[4], want8u) << sum;
-    EXPECT_EQ(run<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, 0, {sum}, 1})[4], want16s) << sum;
+    EXPECT_EQ(checkFilter<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, 0, {sum}, 1})[4], want8u) << sum;
+    EXPECT_EQ(checkFilter<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, 0, {sum}, 1})[4], want16s) << sum;
   }
   const float tiny = std::ldexp(1.0f, -40);
-  EXPECT_EQ(run<Lum8u>(build(), {6, 1, 2, 1, 1, 0, 0, 1, 0, {tiny, 254.5f}, 1})[5], build() < 2 ? 255 : 254);
-  EXPECT_EQ(run<Lum16s>(build(), {6, 1, 1, 2, 0, 1, 1, 1, 0, {-tiny, -2.5f}, 1})[5], build() < 2 ? -3 : -2);
-  for (float bad : {nan, INFINITY}) run<Lum32f>(build(), {9, 2, 3, 3, 1, 1, 0, 1, 0, {1, bad, 1, 0, 2, 0, 1, 0, 1}});
+  EXPECT_EQ(checkFilter<Lum8u>(build(), {6, 1, 2, 1, 1, 0, 0, 1, 0, {tiny, 254.5f}, 1})[5], build() < 2 ? 255 : 254);
+  EXPECT_EQ(checkFilter<Lum16s>(build(), {6, 1, 1, 2, 0, 1, 1, 1, 0, {-tiny, -2.5f}, 1})[5], build() < 2 ? -3 : -2);
+  for (float bad : {nan, INFINITY}) checkFilter<Lum32f>(build(), {9, 2, 3, 3, 1, 1, 0, 1, 0, {1, bad, 1, 0, 2, 0, 1, 0, 1}});
 }
 
 // Bands: the same pixels on 1 to 4 threads, at and beyond the 64x64 threshold, with a failing
 // allocator on one of the calls.
 TEST_P(Filter, ThreadsAndBands) {
   for (auto [w, h] : {std::pair{64, 64}, {64, 66}, {63, 200}, {130, 65}}) {
-    const std::vector<Lum8u> one = run<Lum8u>(build(), {w, h, 5, 5, 2, 2, 0, 1, 1});
+    const std::vector<Lum8u> one = checkFilter<Lum8u>(build(), {w, h, 5, 5, 2, 2, 0, 1, 1});
     for (int t = 2; t <= 4; ++t) {
       CountingHooks failing(t == 3);
-      run<Lum16s>(build(), {w, h, 3, 3, 1, 1, 1, t, t % 3}), run<Lum32f>(build(), {w, h, 2, 3, 0, 2, 4, t, t % 3});
+      checkFilter<Lum16s>(build(), {w, h, 3, 3, 1, 1, 1, t, t % 3}), checkFilter<Lum32f>(build(), {w, h, 2, 3, 0, 2, 4, t, t % 3});
     }
   }
 }

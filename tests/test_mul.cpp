@@ -5,34 +5,11 @@
 
 #include "core/lum_internal.h"
 #include "support/builds.h"
-#include "support/harness.h"
-#include "support/scaled_reference.h"
+#include "support/cases.h"
 
 namespace {
 
 using namespace lumtest;
-
-template <class T>
-Case<T> mulCase(int build, int sf) {
-  if constexpr (std::is_same_v<T, Lum32f>) {
-    return {"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
-            [build](const float* a, const float* b, Ctx& ctx) {
-                return floatReference(a, b, build, ctx, sseMul, [](double x, double y) { return x * y; });
-              },
-            nullAndSizeChecks(2)};
-  } else {
-    constexpr bool k8u = sizeof(T) == 1;
-    constexpr int lo = k8u ? 0 : -32768, hi = k8u ? 255 : 32767;
-    const auto ref = [sf](int a, int b) { return scaledReference(a, b, sf, lo, hi); };
-    Case<T> c{(k8u ? "lumiMul_8u_C1RSfs, scale factor " : "lumiMul_16s_C1RSfs, scale factor ") + std::to_string(sf),
-              k8u ? reinterpret_cast<const void*>(lumiMul_8u_C1RSfs_arraddr[build])
-                  : reinterpret_cast<const void*>(lumiMul_16s_C1RSfs_arraddr[build]),
-              2, {}, {uint32_t(sf)}, [ref](const T* a, const T* b, Ctx&) { return T(ref(*a, *b)); },
-              nullAndSizeChecks(2)};
-    c.readsSources = ref(lo, lo) || ref(hi, hi);  // else every product rounds to 0
-    return c;
-  }
-}
 
 // One scale factor of every case, the shifts moving with salt: plain, 1, right shift, left shift,
 // sign only, all zero.
@@ -43,14 +20,6 @@ Case<T> mulCaseAt(int build, int i, int salt) {
   return mulCase<T>(build, f[i]);
 }
 
-template <class T>
-Case<T> fillCase(int build, int value) {
-#define LUM_SET(k) (sizeof(T) == 1 ? (const void*)k##_lumiSet_8u_C1R : (const void*)k##_lumiSet_16s_C1R)
-  const void* const set[] = {LUM_SET(k0), LUM_SET(k1), LUM_SET(k2), LUM_SET(k3), LUM_SET(k4), LUM_SET(k5)};
-  return {(sizeof(T) == 1 ? "lumiSet_8u_C1R " : "lumiSet_16s_C1R ") + std::to_string(T(value)), set[build], 0,
-          {uint32_t(value)}, {}, [value](const T*, const T*, Ctx&) { return T(value); }, nullAndSizeChecks(0)};
-}
-
 // The reference against answers worked out by hand (round half to even, then saturate); 8u or 16s.
 TEST(ScaledReference, WorkedExamples) {
   const int examples[][5] = {
@@ -59,7 +28,8 @@ TEST(ScaledReference, WorkedExamples) {
       {31, 1, -3, 248, 8}, {200, 0, -30, 0, 8}, {-1, 1, 1, 0, 16}, {-3, 1, 1, -2, 16}, {1, -5, 1, -2, 16},
       {-7, 1, 1, -4, 16}, {-32768, -32768, 30, 1, 16}, {-32768, -32768, 31, 0, 16}, {-32768, 32767, 30, -1, 16},
       {-32768, -1, 0, 32767, 16}, {1, -1, -15, -32768, 16}, {300, 300, -1, 32767, 16}, {-1, 1, -14, -16384, 16},
-      {-10, 1, 2, -2, 16}, {-6, 1, 2, -2, 16}, {-32767, 32767, 15, -32766, 16}};
+      {-10, 1, 2, -2, 16}, {-6, 1, 2, -2, 16}, {-32767, 32767, 15, -32766, 16}, {-32768, -32768, -35, 32767, 16},
+      {-32768, 32767, -33, -32768, 16}, {1, 1, -33, 32767, 16}};
   for (const auto& e : examples)
     EXPECT_EQ(scaledReference(e[0], e[1], e[2], e[4] == 8 ? 0 : -32768, e[4] == 8 ? 255 : 32767), e[3])
         << e[0] << "*" << e[1] << " sf " << e[2];

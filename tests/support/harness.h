@@ -95,26 +95,42 @@ inline LumStatus call(const void* fn, const Args& a) {
 #if defined(LUM_SANITIZE)  // the sanitizer flags a hand-made call frame itself; a block of words
   struct Words { uint32_t w[12]; } words{};  // by value is the same stack as the words one by one
   std::copy(w.begin(), w.end(), words.w);
-  return reinterpret_cast<LumStatus (*)(Words)>(fn)(words);
+  return reinterpret_cast<LumStatus (*)(Words)>(const_cast<void*>(fn))(words);
 #else
   static int turn = 0;
   return LumStatus(lumtest_call_misaligned(fn, w.data(), int(w.size()), 4 * (turn++ % 4)));
 #endif
 }
 
-// An argument check: how it breaks a good call, and the status that must
-// come back. The shared ones: null pointers in argument order, then height
-// and width below 1.
-struct Check { std::string what; std::function<void(Args&)> breaks; LumStatus status; };
+// An argument check: how it breaks a good call, the status that must come
+// back, and its condition, which holds for any call it must refuse. A call
+// gets the status of the first check whose condition holds (the checks are
+// listed in their documented order). The shared ones: null pointers in
+// argument order, then height and width below 1.
+struct Check {
+  std::string what;
+  std::function<void(Args&)> breaks;
+  LumStatus status;
+  std::function<bool(const Args&)> holds;
+};
+template <class Checks>
+LumStatus verdict(const Checks& checks, const Args& a) {
+  for (const Check& c : checks)
+    if (c.holds(a)) return c.status;
+  return lumStsNoErr;
+}
 inline std::vector<Check> nullAndSizeChecks(int sources) {
   std::vector<Check> c;
   for (int i = 0; i < sources; ++i)
-    c.push_back({"source " + std::to_string(i + 1) + " null", [i](Args& a) { a.src[i] = nullptr; }, lumStsNullPtrErr});
-  c.push_back({"destination null", [](Args& a) { a.dst = nullptr; }, lumStsNullPtrErr});
+    c.push_back({"source " + std::to_string(i + 1) + " null", [i](Args& a) { a.src[i] = nullptr; }, lumStsNullPtrErr,
+                 [i](const Args& a) { return a.src[i] == nullptr; }});
+  c.push_back({"destination null", [](Args& a) { a.dst = nullptr; }, lumStsNullPtrErr,
+               [](const Args& a) { return a.dst == nullptr; }});
+  const auto sizeBelowOne = [](const Args& a) { return a.size.width < 1 || a.size.height < 1; };
   for (int bad : {0, -1, INT_MIN})
     for (bool width : {false, true})
       c.push_back({(width ? "width " : "height ") + std::to_string(bad),
-                   [=](Args& a) { (width ? a.size.width : a.size.height) = bad; }, lumStsSizeErr});
+                   [=](Args& a) { (width ? a.size.width : a.size.height) = bad; }, lumStsSizeErr, sizeBelowOne});
   return c;
 }
 
@@ -200,8 +216,9 @@ std::string show(const T& v) {
 struct Layout { int width, height; Place src[2], dst; int inPlace = -1; };
 
 // One call in one build, with `threads` threads, under `env`, on sources from `data` (first then
-// second, each width x height) or random ones. With `fault` the call is broken by it and must fail
-// with its status, writing nothing.
+// second, each width x height) or random ones. With `fault` the call is broken by it. A call the
+// case's checks refuse (a fault, or steps of the layout the function does not take) must fail with
+// the first check's status, writing nothing; a fault must be refused by its own check.
 template <class T>
 void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const FpEnv& env = kEnvs[0],
          const std::vector<T>* data = nullptr, const Check* fault = nullptr) {
@@ -226,8 +243,12 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
     if (i != l.inPlace) img[i]->protect(c.readsSources ? PROT_READ : PROT_NONE);
   a.dst = d.row(0), a.dstStep = d.step;
   if (fault) fault->breaks(a);
+  const LumStatus refused = verdict(c.checks, a);
+  if (fault && fault->holds) {
+    EXPECT_EQ(refused, fault->status) << c.name << ", " << fault->what << ": its check does not come first";
+  }
   std::vector<uint8_t> want = d.bytes();
-  std::vector<ptrdiff_t> at(fault ? 0 : n);  // where each pixel lies in the block
+  std::vector<ptrdiff_t> at(refused ? 0 : n);  // where each pixel lies in the block
   const FpEnv caller = readFp(), set = writeFp(env);
   const LumStatus st = call(c.fn, a);
   bool mmxFree;
@@ -247,7 +268,7 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
   where << c.name << (fault ? ", " + fault->what : "") << ", " << w << "x" << l.height << " steps " << a.srcStep[0]
         << "/" << a.srcStep[1] << "/" << d.step << " in place " << l.inPlace << ", " << threads << " threads, "
         << env.name << ", k" << build << ": ";
-  EXPECT_EQ(st, fault ? fault->status : ctx.status) << where.str();
+  EXPECT_EQ(st, refused ? refused : ctx.status) << where.str();
   EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << where.str() << "control state changed";
   EXPECT_TRUE(mmxFree) << where.str() << "MMX state not cleared";
   const std::vector<uint8_t> got = d.bytes();
@@ -289,7 +310,8 @@ void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& case
     for (size_t k = 0; k < c.checks.size(); ++k)
       for (size_t last : {k, c.checks.size() - 1}) {
         const Check all{c.checks[k].what + (last > k ? " and later" : ""),
-                        [&](Args& a) { for (size_t j = k; j <= last; ++j) c.checks[j].breaks(a); }, c.checks[k].status};
+                        [&](Args& a) { for (size_t j = k; j <= last; ++j) c.checks[j].breaks(a); }, c.checks[k].status,
+                        c.checks[k].holds};
         run<T>(build, c, {8, 3, {{8 * px + 3 * u}, {8 * px}}, {8 * px + 5 * u, 3}}, 1, kEnvs[k % 3], nullptr, &all);
       }
     // In place with either source; where accepted, every operand on one row, bottom-up rows, and

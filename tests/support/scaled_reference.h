@@ -14,10 +14,11 @@ inline int roundedQuotient(long long n, long long d, long long lo, long long hi)
   return static_cast<int>(q < lo ? lo : (q > hi ? hi : q));
 }
 
-// a * b * 2^-scaleFactor, for 16-bit a and b. Beyond -40 the sign alone decides; beyond 41 it is 0.
+// a * b * 2^-scaleFactor, for 16-bit a and b. Beyond -32 the sign alone decides (a nonzero product
+// is 2^32 or more, and a product up to 2^30 shifted further would not fit 64 bits); beyond 41 it is 0.
 inline int scaledReference(int a, int b, int scaleFactor, long long lo, long long hi) {
   const long long p = static_cast<long long>(a) * b;
-  if (scaleFactor < -40) return roundedQuotient(p > 0 ? (1LL << 60) : (p < 0 ? -(1LL << 60) : 0), 1, lo, hi);
+  if (scaleFactor < -32) return roundedQuotient(p > 0 ? (1LL << 60) : (p < 0 ? -(1LL << 60) : 0), 1, lo, hi);
   if (scaleFactor <= 0) return roundedQuotient(p * (1LL << -scaleFactor), 1, lo, hi);
   return scaleFactor <= 41 ? roundedQuotient(p, 1LL << scaleFactor, lo, hi) : 0;
 }

@@ -1,5 +1,10 @@
 // Calls an application may make that the layouts of the harness do not: sizes whose row length in
-// bytes does not fit 32 bits, and eight application threads calling every image function at once.
+// bytes does not fit 32 bits, a kernel whose scratch would not, and eight application threads
+// calling every image function at once.
+#include <setjmp.h>
+#include <signal.h>
+#include <sys/mman.h>
+
 #include <atomic>
 #include <climits>
 #include <cstring>
@@ -8,7 +13,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/alloc_hooks.h"
 #include "support/builds.h"
+#include "support/harness.h"
 #include "support/threads.h"
 
 namespace {
@@ -33,6 +40,38 @@ TEST(HostileSizes, RowsLongerThanAnyStepGetTheStepError) {
     EXPECT_EQ(lumiFilter_32f_C1R_arraddr[build](f(a), 16, f(d), 16, {0x40000000, 1}, k, {1, 1}, {0, 0}), lumStsStepErr);
     EXPECT_EQ(lumiFilter_32f_C1R_arraddr[build](f(a), 64, f(d), 64, {4, 1}, k, {0x3FFFFFFE, 1}, {0, 0}), lumStsStepErr);
   }
+}
+
+// A 16384 x 16384 kernel: its scratch copy, four floats a coefficient, is 2^32 bytes and more, which
+// the allocator's 32-bit request would wrap to a few. The fast paths must send such a band to the direct
+// loop without asking. The kernel is 1 GiB of zero pages; the 8u source window lies in a reserve
+// nothing may touch, so the first read of it (by the direct loop, or by a fast path that got a block)
+// ends the call, and the allocator must not have been asked by then.
+sigjmp_buf readTheWindow;
+void backToTheTest(int) { siglongjmp(readTheWindow, 1); }
+
+TEST(HostileSizes, AKernelWhoseScratchWouldWrapIsNeverAskedFor) {
+  constexpr int kSide = 16384, kW = 16, kStep = kW + kSide - 1;
+  const size_t kernelBytes = size_t(kSide) * kSide * 4, windowBytes = size_t(kStep) * kSide;
+  void* kernel = mmap(nullptr, kernelBytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  void* window = mmap(nullptr, windowBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (kernel == MAP_FAILED || window == MAP_FAILED) GTEST_SKIP() << "no room for a 1 GiB kernel and its window";
+  struct sigaction onFault{}, saved{};
+  onFault.sa_handler = backToTheTest;
+  sigaction(SIGSEGV, &onFault, &saved);
+  Lum8u dst[kW];
+  const FpEnv caller = readFp();
+  for (int build = 0; build < kNumBuilds; ++build) {
+    if (!buildSupported(build)) continue;
+    CountingHooks hooks(false);
+    if (sigsetjmp(readTheWindow, 1) == 0)
+      lumiFilter32f_8u_C1R_arraddr[build](static_cast<Lum8u*>(window) + windowBytes / 2, kStep, dst, kW, {kW, 1},
+                                          static_cast<const float*>(kernel), {kSide, kSide}, {kSide / 2, kSide / 2});
+    writeFp(caller);  // left where the read stopped the call
+    EXPECT_EQ(hooks.mallocs, 0) << "k" << build << " asked for " << hooks.asked << " bytes";
+  }
+  sigaction(SIGSEGV, &saved, nullptr);
+  munmap(kernel, kernelBytes), munmap(window, windowBytes);
 }
 
 // One call of an image function with its own operands: the sources' bytes, the destination's, and

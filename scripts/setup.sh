@@ -2,11 +2,15 @@
 # Installs what building and testing lum needs on Debian 12 x86-64: the i386
 # multiarch toolchain, GoogleTest and Google Benchmark for i386, qemu-user and
 # Ninja. Quick and silent when everything is already there.
-#   scripts/setup.sh [packaging] [abi] [charts]
+#   scripts/setup.sh [packaging] [abi] [charts] [fuzz] [valgrind]
 # Each named group adds the tools of one step, for the scripts that run it:
 #   packaging  lintian and fakeroot, for the test that builds and installs the .deb files
 #   abi        abi-dumper and abi-compliance-checker, for the interface check
 #   charts     gnuplot, for the charts of scripts/bench.sh
+#   fuzz       clang with libFuzzer and the sanitizers for i386, for scripts/fuzz.sh; and
+#              clang's OpenMP runtime for i386, unpacked into build/deps (Debian cannot
+#              install it beside the x86-64 one clang itself uses)
+#   valgrind   valgrind and the i386 C library's debugging symbols it needs
 set -euo pipefail
 
 packages=(
@@ -19,7 +23,9 @@ for group in "$@"; do
     packaging) packages+=(lintian fakeroot dpkg-dev file) ;;
     abi) packages+=(abi-dumper abi-compliance-checker) ;;
     charts) packages+=(gnuplot-nox) ;;
-    *) echo "setup: unknown group '$group' (packaging, abi, charts)" >&2; exit 2 ;;
+    fuzz) packages+=(clang-14 libclang-rt-14-dev libomp-14-dev) ;;
+    valgrind) packages+=(valgrind libc6-dbg:i386) ;;
+    *) echo "setup: unknown group '$group' (packaging, abi, charts, fuzz, valgrind)" >&2; exit 2 ;;
   esac
 done
 
@@ -29,11 +35,32 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
-
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
+
+# clang's OpenMP runtime for i386, from its Debian package, into the tree.
+i386_libomp() {
+  local deps tmp
+  deps="$(cd "$(dirname "$0")/.." && pwd)/build/deps/libomp-i386"
+  [ -f "$deps/libomp.so.5" ] && return 0
+  tmp=$(mktemp -d)
+  if ! (cd "$tmp" && apt-get download -q libomp5-14:i386 >/dev/null 2>&1); then
+    $sudo apt-get update -q -o Acquire::Retries=3 >/dev/null
+    (cd "$tmp" && apt-get download -q libomp5-14:i386 >/dev/null)
+  fi
+  dpkg-deb -x "$tmp"/libomp5-14_*_i386.deb "$tmp/unpacked"
+  mkdir -p "$deps"
+  cp "$tmp/unpacked/usr/lib/llvm-14/lib/libomp.so.5" "$deps/"
+  rm -rf "$tmp"
+}
+fuzz=false
+for group in "$@"; do [ "$group" = fuzz ] && fuzz=true; done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  if $fuzz; then i386_libomp; fi
+  exit 0
+fi
 
 if ! dpkg --print-foreign-architectures | grep -qx i386; then
   $sudo dpkg --add-architecture i386
@@ -47,3 +74,4 @@ for attempt in 1 2 3; do
 done
 echo "setup: installing ${missing[*]}"
 $sudo apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null
+if $fuzz; then i386_libomp; fi

@@ -129,9 +129,6 @@ class Concurrency : public PerBuild {};
 // three times over, with the library's thread count 1 and then 2 (set before they start): every
 // result and status equals that of the same call made alone.
 TEST_P(Concurrency, EightCallersAtOnceGetWhatEachGetsAlone) {
-#if defined(LUM_SANITIZE_EMULATED)
-  GTEST_SKIP() << "the sanitizer runtime cannot follow application threads under the emulator";
-#endif
   constexpr int kCallers = 8, kRepeats = 3;
   IndexScope index;
   lumJumpIndexForMergedLibs = build();

@@ -29,7 +29,7 @@ LUM_BEGIN_BUILD
 namespace {
 
 constexpr uint32_t kRoundTowardsZero = 0x6000, kRoundingBits = 0x6000;
-constexpr uint32_t kInvalidFlag = 0x01, kPrecisionFlag = 0x20;
+constexpr uint32_t kInvalidFlag = 0x01, kPrecisionFlag = 0x20, kDenormalsAreZero = 0x40;
 
 inline uint32_t readMxcsr() {
   uint32_t v;
@@ -56,6 +56,12 @@ bool isNaNBits(const Lum32f* p) {
   uint32_t bits;
   __builtin_memcpy(&bits, p, 4);
   return (bits & 0x7FFFFFFFu) > 0x7F800000u;
+}
+// Zero, or under denormals-are-zero a denormal too.
+bool readsAsZero(const Lum32f* p, bool denormalsAreZero) {
+  uint32_t bits;
+  __builtin_memcpy(&bits, p, 4);
+  return (bits & 0x7FFFFFFFu) == 0 || (denormalsAreZero && (bits & 0x7F800000u) == 0);
 }
 
 // What a row conversion writes: its range as floats and ints, and how a
@@ -163,9 +169,12 @@ void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFacto
   else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
   const uint32_t after = readMxcsr();
   if (((after ^ caller) & ~kPrecisionFlag) != 0) writeMxcsr(caller);
+  // A NaN converts to 0, and so does a zero times an infinite multiplier
+  // (NaN in single precision, the type's maximum after the clamp above).
+  const bool infinite = scaleFactor < -127, daz = (caller & kDenormalsAreZero) != 0;
   if (after & kInvalidFlag)
     for (int i = 0; i < len; ++i)
-      if (isNaNBits(src + i)) storePixel(dst + i, T(0));
+      if (isNaNBits(src + i) || (infinite && readsAsZero(src + i, daz))) storePixel(dst + i, T(0));
 }
 
 // ---- Ties away from zero ----------------------------------------------------------------------

@@ -56,8 +56,11 @@ void checkConvertRow(int build, Convert<T> fn, const std::vector<float>& src, in
   writeFp(caller);
   EXPECT_EQ(st, lumStsNoErr);
   EXPECT_TRUE(back.mxcsr == set.mxcsr && back.x87 == set.x87 && (after & 1) && mmxFree) << "control state changed, mode " << mode;
+  // Under denormals-are-zero a denormal reads as zero, but on the x87, where k1 converts ties away.
+  const bool daz = (kEnvs[e].mxcsr & 0x40) && (build > 1 || mode == 0 || mode == 1);
   for (int i = 0; i < n; ++i) {
-    const T w = T(convertReference(src[i], mode, sf, lo, hi));
+    const float x = daz && std::fpclassify(src[i]) == FP_SUBNORMAL ? std::copysign(0.0f, src[i]) : src[i];
+    const T w = T(convertReference(x, mode, sf, lo, hi));
     std::memcpy(&want[out.row(0) - out.begin() + i * P], &w, P);
   }
   const std::vector<uint8_t> got = out.bytes();

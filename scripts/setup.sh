@@ -18,12 +18,13 @@ packages=(
   libgtest-dev:i386 libbenchmark-dev:i386 libgomp1:i386
   lib32asan8 lib32ubsan1
 )
+fuzz=false
 for group in "$@"; do
   case $group in
     packaging) packages+=(lintian fakeroot dpkg-dev file) ;;
     abi) packages+=(abi-dumper abi-compliance-checker) ;;
     charts) packages+=(gnuplot-nox) ;;
-    fuzz) packages+=(clang-14 libclang-rt-14-dev libomp-14-dev) ;;
+    fuzz) packages+=(clang-14 libclang-rt-14-dev libomp-14-dev); fuzz=true ;;
     valgrind) packages+=(valgrind libc6-dbg:i386) ;;
     *) echo "setup: unknown group '$group' (packaging, abi, charts, fuzz, valgrind)" >&2; exit 2 ;;
   esac
@@ -54,24 +55,21 @@ i386_libomp() {
   cp "$tmp/unpacked/usr/lib/llvm-14/lib/libomp.so.5" "$deps/"
   rm -rf "$tmp"
 }
-fuzz=false
-for group in "$@"; do [ "$group" = fuzz ] && fuzz=true; done
+install_missing() {
+  [ ${#missing[@]} -eq 0 ] && return 0
+  if ! dpkg --print-foreign-architectures | grep -qx i386; then
+    $sudo dpkg --add-architecture i386
+  fi
+  # A transient failure of one index must not stop the set-up: apt still has
+  # the other lists, and the install below says clearly what it cannot find.
+  for attempt in 1 2 3; do
+    if $sudo apt-get update -q -o Acquire::Retries=3 >/dev/null; then break; fi
+    echo "setup: apt-get update failed (attempt $attempt), retrying" >&2
+    sleep 3
+  done
+  echo "setup: installing ${missing[*]}"
+  $sudo apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null
+}
 
-if [ ${#missing[@]} -eq 0 ]; then
-  if $fuzz; then i386_libomp; fi
-  exit 0
-fi
-
-if ! dpkg --print-foreign-architectures | grep -qx i386; then
-  $sudo dpkg --add-architecture i386
-fi
-# A transient failure of one index must not stop the set-up: apt still has
-# the other lists, and the install below says clearly what it cannot find.
-for attempt in 1 2 3; do
-  if $sudo apt-get update -q -o Acquire::Retries=3 >/dev/null; then break; fi
-  echo "setup: apt-get update failed (attempt $attempt), retrying" >&2
-  sleep 3
-done
-echo "setup: installing ${missing[*]}"
-$sudo apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null
+install_missing
 if $fuzz; then i386_libomp; fi

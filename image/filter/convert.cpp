@@ -52,16 +52,16 @@ float scaleMultiplier(int scaleFactor) {
   return m;
 }
 
-bool isNaNBits(const Lum32f* p) {
+// A value's magnitude bits, read without loading it as a float.
+uint32_t magnitudeBits(const Lum32f* p) {
   uint32_t bits;
   __builtin_memcpy(&bits, p, 4);
-  return (bits & 0x7FFFFFFFu) > 0x7F800000u;
+  return bits & 0x7FFFFFFFu;
 }
+bool isNaNBits(const Lum32f* p) { return magnitudeBits(p) > 0x7F800000u; }
 // Zero, or under denormals-are-zero a denormal too.
 bool readsAsZero(const Lum32f* p, bool denormalsAreZero) {
-  uint32_t bits;
-  __builtin_memcpy(&bits, p, 4);
-  return (bits & 0x7FFFFFFFu) == 0 || (denormalsAreZero && (bits & 0x7F800000u) == 0);
+  return magnitudeBits(p) <= (denormalsAreZero ? 0x007FFFFFu : 0u);
 }
 
 // What a row conversion writes: its range as floats and ints, and how a

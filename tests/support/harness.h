@@ -113,8 +113,7 @@ struct Check {
   LumStatus status;
   std::function<bool(const Args&)> holds;
 };
-template <class Checks>
-LumStatus verdict(const Checks& checks, const Args& a) {
+inline LumStatus verdict(const std::vector<Check>& checks, const Args& a) {
   for (const Check& c : checks)
     if (c.holds(a)) return c.status;
   return lumStsNoErr;

@@ -420,7 +420,14 @@ LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    Statuses, in the order checked: lumStsNullPtrErr (pSrc1, pSrc2, pDst),
    lumStsSizeErr (height or width below 1). Steps are not checked. In place
    allowed.
-   Builds: the same pixels.
+   Builds: the same pixels under the default floating-point settings, with
+   these exceptions. Where both pixels are NaN, k1..k5 keep the first one's
+   payload and k0 the second's (0x7FC00001 * 0x7FC00002 is 0x7FC00001 in
+   k1..k5, 0x7FC00002 in k0). k1..k5 multiply on the SSE unit under MXCSR
+   (its rounding, flush-to-zero and denormals-are-zero); k0 multiplies on the
+   x87 unit under the x87 control word's rounding and precision and ignores
+   MXCSR, so under a caller's 24-bit x87 precision a product in the denormal
+   range is rounded twice (to 24 bits, then to the denormal).
    Threads: k2..k5 split rows over the library's threads. */
 LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
@@ -435,8 +442,15 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
    32f), and for 32f lumStsStepNotPixelMultipleErr (a step not a multiple of
    4). Never a warning. The destination may be one of the sources exactly;
    other overlaps are undefined.
-   Builds: the same pixels; the generic build subtracts on the x87 unit,
-   rounding once to single. Large 32f regions (the three images together at
+   Builds: the same pixels under the default floating-point settings. For
+   32f, k1..k5 round the difference on the SSE unit under MXCSR and then
+   clear its sign; k0 forms the difference on the x87 unit, takes its
+   absolute value there and rounds that once to single under the x87 control
+   word, ignoring MXCSR. So under a directed rounding mode k0 may differ in
+   the last bit (|3e-8 - 1| rounded up: 0x3F800000 in k0, 0x3F7FFFFF in
+   k1..k5), k0 ignores flush-to-zero and denormals-are-zero, and where both
+   pixels are NaN k1..k5 keep the first one's payload and k0 the second's.
+   Large 32f regions (the three images together at
    least the largest cache, lumGetMaxCacheSizeB) are written with streaming
    stores in k2, k4 and k5, which keeps the destination out of the cache.
    Threads: runs on the calling thread. */
@@ -474,13 +488,23 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    A divisor of +0 or -0 gives +Inf for a positive dividend, -Inf for a
    negative one and NaN otherwise, with the warning lumStsDivByZero.
    Statuses and steps as for the integer divisions.
-   Builds: the generic build gives the correctly rounded quotient, and NaN
-   bits 0xFFC00000 for a zero divisor (0x7FC00000 in the others). The
+   Builds: the generic build gives the correctly rounded quotient (an
+   infinity where it overflows, 0 or a denormal where it underflows), and
+   NaN bits 0xFFC00000 for a zero divisor (0x7FC00000 in the others). The
    others compute groups of pixels as y0 + (y0 + e*y0)*e from the
    processor's reciprocal estimate r (y0 = dividend * r, e = 1 - divisor *
-   r), which may differ from the correctly rounded quotient in the last
-   bits, is infinite for a denormal divisor and zero for one of magnitude
-   2^126 or more; a group holding a zero divisor is correctly rounded.
+   r), every step in single precision under the caller's MXCSR. That may
+   differ from the correctly rounded quotient in the last bits, and at the
+   ends of the range it gives what the formula gives, not the quotient:
+   where dividend * r overflows (a quotient beyond the float maximum, or
+   within the estimate's error of it; 1e10 / 1e-30) the result is the NaN
+   0xFFC00000, or an infinity where e is positive; a denormal divisor
+   (1 / 0x00000001) or an infinite one (1 / +Inf) gives the NaN 0xFFC00000
+   for any dividend, and a divisor of magnitude 2^126 or more gives 0 for a
+   finite dividend, where k0 gives the quotient, an infinity or 0. An
+   infinite dividend gives NaN or an infinity. With denormals-are-zero set
+   they take a denormal divisor for zero (its zero-divisor value and
+   lumStsDivByZero). A group holding a zero divisor is correctly rounded.
    Threads: in the SSSE3 and SSE4.1 builds rows of 4096 pixels or more are
    split between two threads when the thread count is above 1. */
 LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,

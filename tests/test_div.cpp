@@ -62,6 +62,18 @@ TEST_P(Div, StepsShorterThanTheRow) {
   run(build(), div32fCase(build()), {30, 5, {{1}, {4}}, {3}});
 }
 
+// Destination rows two bytes apart from overlapping, with the operands of the fuzz finding that
+// taught it: the last pixel of each row shares its group with zero divisors, so it is the correctly
+// rounded quotient, not the estimate's NaN (its divisor is denormal); the next row takes its upper
+// two bytes, and its lower two still tell which of the two it was. Every row takes the path of
+// operands not at whole floats.
+TEST_P(Div, OverlappingRowsKeepTheLowerBytesOfAQuotient) {
+  const int w = 8, h = 3;
+  std::vector<Lum32f> data(2 * w * h);
+  for (int i = 0; i < w * h; ++i) data[i] = i % w == w - 1 ? fromBits(3) : 0.0f, data[w * h + i] = fromBits(1);
+  for (const FpEnv& env : kEnvs) run(build(), div32fCase(build()), {w, h, {{4 * w}, {4 * w}}, {4 * w - 2, 1, true}}, 1, env, &data);
+}
+
 // Every pair of byte values (a 256 x 256 image pair holds each once), and 128 16s values, the extremes
 // first, crossed with each other in both orders; at every scale factor from -20 to 20 (8u) or -33 to
 // 18 (16s) and the ends of the range.

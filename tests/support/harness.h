@@ -253,14 +253,25 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
   bool mmxFree;
   const FpEnv after = readFp(&mmxFree);
   Ctx ctx{&env == &kEnvs[0], lumStsNoErr, false};
-  for (int i = 0; i < int(at.size()); ++i) {  // rows in order: a later row overwrites an earlier one
+  // From the last pixel back, as rows in order leave them: where destination rows overlap, a byte a
+  // later pixel wrote is that pixel's, and a value the reference allows besides its own (any NaN, or
+  // the one it names) is recognised by the bytes the pixel kept.
+  std::vector<bool> taken(want.size());
+  for (int i = int(at.size()) - 1; i >= 0; --i) {
     at[i] = d.row(i / w) - d.begin() + i % w * px;
-    T e = c.ref(c.sources ? &in[0][i] : nullptr, c.sources > 1 ? &in[1][i] : nullptr, ctx), got;
-    std::memcpy(&got, d.begin() + at[i], px);
-    if (ctx.anyNaN && std::isnan(double(e)) && std::isnan(double(got))) e = got;
-    if (ctx.hasAlso && std::memcmp(&got, &ctx.also, px) == 0) e = got;
+    T e = c.ref(c.sources ? &in[0][i] : nullptr, c.sources > 1 ? &in[1][i] : nullptr, ctx), someNaN;
+    uint8_t kept[sizeof(T)], nanBits[sizeof(T)];  // a NaN has one with these kept bytes, the rest all ones
+    bool isAlso = ctx.hasAlso;
+    for (int b = 0; b < px; ++b) {
+      const bool own = !taken[at[i] + b];
+      kept[b] = d.begin()[at[i] + b], nanBits[b] = own ? kept[b] : 0xFF;
+      isAlso = isAlso && (!own || kept[b] == uint8_t(ctx.also >> 8 * b));
+    }
+    std::memcpy(&someNaN, nanBits, px);
+    if (isAlso || (ctx.anyNaN && std::isnan(double(e)) && std::isnan(double(someNaN)))) std::memcpy(&e, kept, px);
     ctx.anyNaN = ctx.hasAlso = false;
-    std::memcpy(&want[at[i]], &e, px);
+    for (int b = 0; b < px; ++b)
+      if (!taken[at[i] + b]) want[at[i] + b] = reinterpret_cast<const uint8_t*>(&e)[b], taken[at[i] + b] = true;
   }
   writeFp(caller);
   std::ostringstream where;

@@ -137,26 +137,36 @@ class OwnX87Control {
 };
 
 #if LUM_BUILD >= 1
-// The same for the SSE unit: the MXCSR's control bits of the library's own
-// choosing, the caller's back afterwards with the flags raised meanwhile
-// (an SSE flag never traps after the fact).
+// The same for the SSE unit: MXCSR control bits of the library's own
+// choosing, `control` where `callers` is clear and the caller's where it is
+// set, for as long as this lives. The exception flags start clear, so that
+// raised() tells what the work raised; afterwards the caller's MXCSR comes
+// back with those flags added to its own (an SSE flag never traps after the
+// fact), so that the caller keeps every flag, set before or raised during.
+// A load that would change nothing is skipped.
 class OwnMxcsr {
  public:
-  explicit OwnMxcsr(uint32_t control) {
-    __asm__ volatile("stmxcsr %0" : "=m"(caller_));
-    const uint32_t own = (control & ~kFpFlags) | (caller_ & kFpFlags);
-    __asm__ volatile("ldmxcsr %0" : : "m"(own));
+  explicit OwnMxcsr(uint32_t control, uint32_t callers = 0) {
+    caller_ = current();
+    const uint32_t own = ((caller_ & callers) | (control & ~callers)) & ~kFpFlags;
+    if (own != caller_) __asm__ volatile("ldmxcsr %0" : : "m"(own) : "memory");
   }
   ~OwnMxcsr() {
-    uint32_t now;
-    __asm__ volatile("stmxcsr %0" : "=m"(now));
-    const uint32_t back = caller_ | (now & kFpFlags);
-    __asm__ volatile("ldmxcsr %0" : : "m"(back));
+    const uint32_t now = current(), back = caller_ | (now & kFpFlags);
+    if (back != now) __asm__ volatile("ldmxcsr %0" : : "m"(back) : "memory");
   }
   OwnMxcsr(const OwnMxcsr&) = delete;
   OwnMxcsr& operator=(const OwnMxcsr&) = delete;
 
+  uint32_t caller() const { return caller_; }
+  uint32_t raised() const { return current() & kFpFlags; }
+
  private:
+  static uint32_t current() {
+    uint32_t v;
+    __asm__ volatile("stmxcsr %0" : "=m"(v) : : "memory");
+    return v;
+  }
   uint32_t caller_;
 };
 #endif

@@ -37,6 +37,10 @@
  * of the OpenMP runtime (see lumSetNumThreads); each worker runs under the
  * caller's floating-point environment, and the pixels never depend on the
  * thread count except where a comment says so.
+ *
+ * Floating-point state. An image function gives back the caller's x87
+ * control word and MXCSR control bits as it found them, and leaves every
+ * exception flag the caller had set still set, beside those the call raised.
  */
 #ifndef LUM_H
 #define LUM_H

@@ -4,7 +4,8 @@
 // integer rows through here with mode 1 and no scale.
 //
 // Modes 0 (towards zero) and 1 (to nearest, ties to even) convert under the
-// SSE unit's own rounding control, set for the row and put back after it.
+// SSE unit's own rounding control, set for the row and put back after it
+// (OwnMxcsr: the caller keeps its flags).
 // The vector minimum caps each value at the type's maximum (+infinity and
 // NaN included: a NaN comes out of it as the maximum and raises the invalid
 // flag); the conversion to 32-bit integers gives the most negative integer
@@ -29,14 +30,7 @@ LUM_BEGIN_BUILD
 namespace {
 
 constexpr uint32_t kRoundTowardsZero = 0x6000, kRoundingBits = 0x6000;
-constexpr uint32_t kInvalidFlag = 0x01, kPrecisionFlag = 0x20, kDenormalsAreZero = 0x40;
-
-inline uint32_t readMxcsr() {
-  uint32_t v;
-  __asm__ volatile("stmxcsr %0" : "=m"(v) : : "memory");
-  return v;
-}
-inline void writeMxcsr(uint32_t v) { __asm__ volatile("ldmxcsr %0" : : "m"(v) : "memory"); }
+constexpr uint32_t kInvalidFlag = 0x01, kDenormalsAreZero = 0x40;
 
 // 2^-scaleFactor as 1.0 halved or doubled scaleFactor times in single
 // precision makes it: exact down to the smallest denormal, then 0; exact up
@@ -160,19 +154,18 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
   for (; i < len; ++i) storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
 }
 
+// The caller's MXCSR but for the rounding control, with the flags clear so
+// that the row's own invalid flag shows; the caller's comes back with every
+// flag it had and those the row raised.
 template <class T>
 void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  const uint32_t caller = readMxcsr();
-  const uint32_t own = (caller & ~(kRoundingBits | kInvalidFlag | kPrecisionFlag)) | (mode == 0 ? kRoundTowardsZero : 0);
-  if (own != caller) writeMxcsr(own);
+  const OwnMxcsr rounding(mode == 0 ? kRoundTowardsZero : 0, ~kRoundingBits);
   if (scaleFactor == 0) roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
   else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
-  const uint32_t after = readMxcsr();
-  if (((after ^ caller) & ~kPrecisionFlag) != 0) writeMxcsr(caller);
   // A NaN converts to 0, and so does a zero times an infinite multiplier
   // (NaN in single precision, the type's maximum after the clamp above).
-  const bool infinite = scaleFactor < -127, daz = (caller & kDenormalsAreZero) != 0;
-  if (after & kInvalidFlag)
+  const bool infinite = scaleFactor < -127, daz = (rounding.caller() & kDenormalsAreZero) != 0;
+  if (rounding.raised() & kInvalidFlag)
     for (int i = 0; i < len; ++i)
       if (isNaNBits(src + i) || (infinite && readsAsZero(src + i, daz))) storePixel(dst + i, T(0));
 }

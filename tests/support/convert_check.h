@@ -37,7 +37,8 @@ inline long convertReference(float x, int mode, int sf, long lo, long hi) {
 }
 
 // One row in `build`: src (at `offset` bytes past a page start, read only) to a destination row against
-// a guard page, under env e with the invalid flag set beforehand; every value and byte checked.
+// a guard page, under env e with the exception flags of the turn set beforehand (support/harness.h);
+// every value and byte checked, and the caller's control state and flags.
 template <class T>
 void checkConvertRow(int build, Convert<T> fn, const std::vector<float>& src, int mode, int sf, int offset, int e) {
   const int n = int(src.size()), P = sizeof(T);
@@ -46,16 +47,13 @@ void checkConvertRow(int build, Convert<T> fn, const std::vector<float>& src, in
   std::memcpy(in.row(0) + offset, src.data(), 4 * n);
   in.protect(PROT_READ);
   std::vector<uint8_t> want = out.bytes();
-  const FpEnv caller = readFp(), set = writeFp(kEnvs[e]);
-  uint32_t flagged = set.mxcsr | 1, after;
-  __asm__ __volatile__("ldmxcsr %0" ::"m"(flagged));
+  FpAroundCall fp(kEnvs[e]);
   const LumStatus st = fn(reinterpret_cast<const float*>(in.row(0) + offset), reinterpret_cast<T*>(out.row(0)), n, mode, sf);
-  __asm__ __volatile__("stmxcsr %0" : "=m"(after));
-  bool mmxFree;
-  const FpEnv back = readFp(&mmxFree);
-  writeFp(caller);
+  fp.called();
+  fp.restore();
   EXPECT_EQ(st, lumStsNoErr);
-  EXPECT_TRUE(back.mxcsr == set.mxcsr && back.x87 == set.x87 && (after & 1) && mmxFree) << "control state changed, mode " << mode;
+  EXPECT_EQ(fp.fault(), "") << "mode " << mode;
+  EXPECT_TRUE(fp.x87RegistersFree()) << "MMX state not cleared, mode " << mode;
   // Under denormals-are-zero a denormal reads as zero, but on the x87, where k1 converts ties away.
   const bool daz = (kEnvs[e].mxcsr & 0x40) && (build > 1 || mode == 0 || mode == 1);
   for (int i = 0; i < n; ++i) {

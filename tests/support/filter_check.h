@@ -75,8 +75,8 @@ T toPixel(long double s) {  // nearest, ties to even (the default mode), saturat
   return std::isnan(s) ? T(0) : T(std::fmin(hi, std::fmax(lo, std::nearbyintl(s))));
 }
 
-// One call in `build`, checked whole: status 0, the caller's control state kept, every pixel, the
-// destination's padding untouched. Source pixels random (or all `fill`), kernel random when not given.
+// One call in `build`, checked whole: status 0, the caller's control state and exception flags kept,
+// every pixel, the destination's padding untouched. Source pixels random (or all `fill`), kernel random when not given.
 template <class T>
 std::vector<T> checkFilter(int build, Call c) {
   static std::mt19937 g(7);
@@ -97,9 +97,9 @@ std::vector<T> checkFilter(int build, Call c) {
   const T* src = reinterpret_cast<const T*>(win.first + (c.kh - 1 - c.ay) * ptrdiff_t(win.step)) + (c.kw - 1 - c.ax);
   T* d = reinterpret_cast<T*>(dst.data() + 8);
   ThreadCountScope threads(c.threads);
-  const FpEnv caller = readFp(), set = writeFp(kEnvs[c.env]);
+  FpAroundCall fp(kEnvs[c.env]);
   const LumStatus st = entry<T>(build)(src, int(win.step), d, dstStep, {c.w, c.h}, c.kernel.data(), {c.kw, c.kh}, {c.ax, c.ay});
-  const FpEnv after = readFp();
+  fp.called();
   // k1's fast paths (kernel 3 or more wide, region 16 or more, for 16s magnitudes summing to at most 32767,
   // scratch to be had) sum in single precision as k2..k5 do; its 16s one rounds under the SSE rounding mode.
   float magnitudes = 0;
@@ -122,12 +122,12 @@ std::vector<T> checkFilter(int build, Call c) {
       std::memcpy(&got[i], dst.data() + 8 + y * dstStep + x * P, P);
       std::memset(dst.data() + 8 + y * dstStep + x * P, 0, P), std::memset(&before[8 + y * dstStep + x * P], 0, P);
     }
-  writeFp(caller);
+  fp.restore();
   char where[160];
-  std::snprintf(where, sizeof where, "k%d %dx%d kernel %dx%d anchor %d,%d layout %d threads %d env %d", build, c.w, c.h, c.kw, c.kh,
-                c.ax, c.ay, c.layout, c.threads, c.env);
+  std::snprintf(where, sizeof where, "k%d %d-bit %dx%d kernel %dx%d anchor %d,%d layout %d threads %d env %d", build, 8 * P, c.w, c.h,
+                c.kw, c.kh, c.ax, c.ay, c.layout, c.threads, c.env);
   EXPECT_EQ(st, lumStsNoErr) << where;
-  EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << where << ": control state changed";
+  EXPECT_EQ(fp.fault(), "") << where;
   EXPECT_TRUE(dst == before) << where << ": bytes outside the region written";
   for (size_t i = 0; i < got.size(); ++i) {
     if (P == 1 || (P == 2 && !k1Fast)) want[i] = toPixel<T>(sums[i]);

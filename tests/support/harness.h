@@ -3,7 +3,7 @@
 // destination pixel, and its argument checks in order. The harness calls it through the C calling
 // convention with the stack misaligned in turn, on operands between inaccessible pages (sources
 // read-only), and checks the status, every destination pixel, every byte around the region, the
-// floating-point control state and the MMX state.
+// floating-point control state, the exception flags the caller had set and the MMX state.
 #ifndef LUM_TESTS_SUPPORT_HARNESS_H
 #define LUM_TESTS_SUPPORT_HARNESS_H
 
@@ -13,6 +13,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -50,6 +51,86 @@ inline FpEnv writeFp(const FpEnv& e) {
   if (hasSse()) __asm__ __volatile__("ldmxcsr %0" ::"m"(e.mxcsr) : "memory");
   return readFp();
 }
+
+// ---- Exception flags: bits 0..5 of the MXCSR (0 without SSE) and of the x87 status word, in the same
+// order (invalid, denormal, division by zero, overflow, underflow, inexact).
+constexpr unsigned kFpFlags = 0x3F;
+struct FpFlags { uint32_t mxcsr; uint16_t x87; };
+inline FpFlags readFpFlags() {
+  FpFlags f{0, 0};
+  __asm__ __volatile__("fnstsw %0" : "=m"(f.x87)::"memory");
+  if (hasSse()) __asm__ __volatile__("stmxcsr %0" : "=m"(f.mxcsr)::"memory");
+  return f.mxcsr &= kFpFlags, f.x87 &= kFpFlags, f;
+}
+// Replaces the flags, the control state unchanged. An x87 flag whose exception is unmasked would trap
+// at the next x87 instruction: the caller sets only masked ones.
+inline void writeFpFlags(const FpFlags& f) {
+  uint16_t env[14];
+  __asm__ __volatile__("fnstenv %0" : "=m"(env)::"memory");  // masks exceptions; fldenv brings the word back
+  env[2] = uint16_t((env[2] & ~0x80FFu) | (f.x87 & kFpFlags));  // also the stack fault, summary and busy bits
+  __asm__ __volatile__("fldenv %0" ::"m"(env) : "memory");
+  if (!hasSse()) return;
+  uint32_t mxcsr;
+  __asm__ __volatile__("stmxcsr %0" : "=m"(mxcsr)::"memory");
+  mxcsr = (mxcsr & ~kFpFlags) | (f.mxcsr & kFpFlags);
+  __asm__ __volatile__("ldmxcsr %0" ::"m"(mxcsr) : "memory");
+}
+
+// Which exception flags the next call starts with, in turn: none, each alone, all six. A run replays
+// the same turns; the fuzz targets start each input at a turn of its own.
+inline unsigned& fpFlagsTurn() {
+  static unsigned turn = 0;
+  return turn;
+}
+constexpr unsigned kFpFlagTurns = 8;
+inline unsigned nextFpFlags() {
+  const unsigned k = fpFlagsTurn()++ % kFpFlagTurns;
+  return k == 0 ? 0 : k == 7 ? kFpFlags : 1u << (k - 1);
+}
+
+// One call's floating-point surroundings. From construction `env` is in force with the turn's flags
+// raised in the MXCSR and, where `env` masks their exception, in the x87 status word; called() reads
+// what the call left, fault() says what it must not have done: change the control state, or clear a
+// flag that was set before it. The caller's environment comes back at restore(), at the latest at
+// destruction (references worked out after the call still run under `env`).
+class FpAroundCall {
+ public:
+  explicit FpAroundCall(const FpEnv& env) : caller_(readFp()), callerFlags_(readFpFlags()), set_(writeFp(env)) {
+    const unsigned f = nextFpFlags();
+    writeFpFlags({f, uint16_t(f & env.x87)});
+    before_ = readFpFlags();  // as held: none without SSE, nor where a tool models no flags (memcheck)
+  }
+  ~FpAroundCall() { restore(); }
+  void restore() {
+    if (restored_) return;
+    restored_ = true;
+    writeFp(caller_);
+    writeFpFlags(callerFlags_);
+  }
+  FpAroundCall(const FpAroundCall&) = delete;
+  FpAroundCall& operator=(const FpAroundCall&) = delete;
+
+  void called() { after_ = readFp(&x87RegistersFree_), afterFlags_ = readFpFlags(); }
+  bool x87RegistersFree() const { return x87RegistersFree_; }
+  std::string fault() const {
+    char control[96] = "", flags[96] = "";
+    const unsigned lostSse = before_.mxcsr & ~afterFlags_.mxcsr, lostX87 = before_.x87 & ~afterFlags_.x87;
+    if (after_.mxcsr != set_.mxcsr || after_.x87 != set_.x87)
+      std::snprintf(control, sizeof control, "control state changed: MXCSR 0x%x to 0x%x, x87 0x%x to 0x%x; ",
+                    unsigned(set_.mxcsr), unsigned(after_.mxcsr), unsigned(set_.x87), unsigned(after_.x87));
+    if (lostSse || lostX87)
+      std::snprintf(flags, sizeof flags, "exception flags set before the call cleared: MXCSR 0x%x of 0x%x, x87 0x%x of 0x%x",
+                    lostSse, unsigned(before_.mxcsr), lostX87, unsigned(before_.x87));
+    return std::string(control) + flags;
+  }
+
+ private:
+  FpEnv caller_;
+  FpFlags callerFlags_;
+  FpEnv set_, after_{};
+  FpFlags before_{}, afterFlags_{};
+  bool x87RegistersFree_ = false, restored_ = false;
+};
 
 inline uint32_t word(const void* p) { return uint32_t(reinterpret_cast<uintptr_t>(p)); }
 
@@ -248,10 +329,9 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
   }
   std::vector<uint8_t> want = d.bytes();
   std::vector<ptrdiff_t> at(refused ? 0 : n);  // where each pixel lies in the block
-  const FpEnv caller = readFp(), set = writeFp(env);
+  FpAroundCall fp(env);
   const LumStatus st = call(c.fn, a);
-  bool mmxFree;
-  const FpEnv after = readFp(&mmxFree);
+  fp.called();
   Ctx ctx{&env == &kEnvs[0], lumStsNoErr, false};
   // From the last pixel back, as rows in order leave them: where destination rows overlap, a byte a
   // later pixel wrote is that pixel's, and a value the reference allows besides its own (any NaN, or
@@ -273,14 +353,14 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
     for (int b = 0; b < px; ++b)
       if (!taken[at[i] + b]) want[at[i] + b] = reinterpret_cast<const uint8_t*>(&e)[b], taken[at[i] + b] = true;
   }
-  writeFp(caller);
+  fp.restore();
   std::ostringstream where;
   where << c.name << (fault ? ", " + fault->what : "") << ", " << w << "x" << l.height << " steps " << a.srcStep[0]
         << "/" << a.srcStep[1] << "/" << d.step << " in place " << l.inPlace << ", " << threads << " threads, "
         << env.name << ", k" << build << ": ";
   EXPECT_EQ(st, refused ? refused : ctx.status) << where.str();
-  EXPECT_TRUE(after.mxcsr == set.mxcsr && after.x87 == set.x87) << where.str() << "control state changed";
-  EXPECT_TRUE(mmxFree) << where.str() << "MMX state not cleared";
+  EXPECT_EQ(fp.fault(), "") << where.str();
+  EXPECT_TRUE(fp.x87RegistersFree()) << where.str() << "MMX state not cleared";
   const std::vector<uint8_t> got = d.bytes();
   const ptrdiff_t o = std::mismatch(got.begin(), got.end(), want.begin()).first - got.begin();
   int i = int(at.size()) - 1;

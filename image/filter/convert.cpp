@@ -18,9 +18,16 @@
 // precision, and the integer moves one away from zero when the fraction
 // reaches a half. Adding a half before truncating would round 0.49999997 up
 // in single precision. NaN gives 0 here too.
+//
+// In every mode an infinity gives its sign's end of the type whatever the
+// scale factor, also where the multiplier underflows to zero, and the
+// caller's denormals-are-zero applies to the values, not to a multiplier
+// that is a denormal.
 #include "image/build.h"
 
 #if LUM_BUILD >= 1
+
+#include <limits.h>
 
 #include "image/arith/int_vec.h"
 #include "image/arith/scale_rule.h"
@@ -72,6 +79,26 @@ struct Pixel<Lum16s> {
   static constexpr float kMaxF = 32767.0f, kMinF = -32768.0f;
   static Lum16s narrow(int n) { return static_cast<Lum16s>(saturate16s(n)); }
 };
+
+// Scale factors 127..149 make the multiplier a denormal, which the caller's
+// denormals-are-zero would read as zero: such rows run without it (a source
+// denormal times the multiplier gives 0 either way).
+bool denormalMultiplier(int scaleFactor) { return scaleFactor > 126 && scaleFactor <= 149; }
+
+// Beyond them the multiplier is zero in single precision, which makes an
+// infinity NaN; but 2^-scaleFactor is never zero, and an infinity gives its
+// sign's end of the type whatever the scale. Every other value gives 0
+// through the arithmetic already.
+bool zeroMultiplier(int scaleFactor) { return scaleFactor > 149; }
+template <class T>
+void saturateInfinities(const Lum32f* src, T* dst, int len) {
+  for (int i = 0; i < len; ++i)
+    if (magnitudeBits(src + i) == 0x7F800000u) {
+      uint32_t bits;
+      __builtin_memcpy(&bits, src + i, 4);
+      storePixel(dst + i, Pixel<T>::narrow(bits >> 31 ? INT_MIN : INT_MAX));
+    }
+}
 
 // A value into lane 0 from any address: the row may start anywhere.
 inline __m128 loadOne(const Lum32f* p) { return _mm_set_ss(loadPixel(p)); }
@@ -154,12 +181,14 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
   for (; i < len; ++i) storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
 }
 
-// The caller's MXCSR but for the rounding control, with the flags clear so
-// that the row's own invalid flag shows; the caller's comes back with every
-// flag it had and those the row raised.
+// The caller's MXCSR but for the rounding control (and denormals-are-zero
+// for a denormal multiplier), with the flags clear so that the row's own
+// invalid flag shows; the caller's comes back with every flag it had and
+// those the row raised.
 template <class T>
 void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  const OwnMxcsr rounding(mode == 0 ? kRoundTowardsZero : 0, ~kRoundingBits);
+  const uint32_t own = kRoundingBits | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
+  const OwnMxcsr rounding(mode == 0 ? kRoundTowardsZero : 0, ~own);
   if (scaleFactor == 0) roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
   else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
   // A NaN converts to 0, and so does a zero times an infinite multiplier
@@ -168,6 +197,7 @@ void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFacto
   if (rounding.raised() & kInvalidFlag)
     for (int i = 0; i < len; ++i)
       if (isNaNBits(src + i) || (infinite && readsAsZero(src + i, daz))) storePixel(dst + i, T(0));
+  if (zeroMultiplier(scaleFactor)) saturateInfinities(src, dst, len);
 }
 
 // ---- Ties away from zero ----------------------------------------------------------------------
@@ -186,8 +216,10 @@ Lum8u awayFromZeroOne(const Lum32f* p, long double m) {
 
 void convertAwayFromZero(const Lum32f* src, Lum8u* dst, int len, int scaleFactor) {
   long double m = 1;
-  for (int i = 0; i < scaleFactor && m != 0; ++i) m /= 2;
-  for (int i = 0; i > scaleFactor && m <= 1e4000L; --i) m *= 2;  // past any float's range: enough
+  // Either way past any float's range is enough; halved to zero, the
+  // multiplier would make an infinity NaN.
+  for (int i = 0; i < scaleFactor && m >= 1e-4000L; ++i) m /= 2;
+  for (int i = 0; i > scaleFactor && m <= 1e4000L; --i) m *= 2;
   for (int i = 0; i < len; ++i) storePixel(dst + i, awayFromZeroOne(src + i, m));
 }
 
@@ -223,8 +255,16 @@ void awayFromZeroRow(const Lum32f* src, T* dst, int len, __m128 m) {
 
 template <class T>
 void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
-  if (scaleFactor == 0) awayFromZeroRow<false>(src, dst, len, _mm_setzero_ps());
-  else awayFromZeroRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)));
+  const __m128 m = _mm_set1_ps(scaleMultiplier(scaleFactor));
+  if (scaleFactor == 0) {
+    awayFromZeroRow<false>(src, dst, len, m);
+  } else if (denormalMultiplier(scaleFactor)) {
+    const OwnMxcsr keepDenormals(0, ~kDenormalsAreZero);
+    awayFromZeroRow<true>(src, dst, len, m);
+  } else {
+    awayFromZeroRow<true>(src, dst, len, m);
+  }
+  if (zeroMultiplier(scaleFactor)) saturateInfinities(src, dst, len);
 }
 
 #endif

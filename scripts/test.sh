@@ -33,7 +33,12 @@ if [ -n "$emulated" ]; then
   echo "valgrind: skipped, i386 programs run under an emulator here (valgrind runs them itself, natively only)"
 else
   bash scripts/setup.sh valgrind
-  # Not the exhaustive sweeps: a few minutes under memcheck.
-  valgrind --error-exitcode=1 --leak-check=no --quiet build/release/tests/lum_tests --gtest_brief=1 \
-    --gtest_filter='*Harness8u*:*Harness32f*:HostileSizes.*:*FormulaAndWindow*:*ThreadsAndBands*:*EveryModeAndScale*'
+  # Not the exhaustive sweeps: a few minutes under memcheck. Memcheck runs the
+  # program on its own model of the processor, which keeps no x87 tag word and
+  # raises no MXCSR exception flags (LUM_MEMCHECK tells the harness not to read
+  # the tag word), so the conversions, which mend NaNs where their row raised
+  # the invalid flag, are checked for memory only through the filters that use
+  # them; and one hostile case reads an inaccessible window on purpose.
+  LUM_MEMCHECK=1 valgrind --error-exitcode=1 --leak-check=no --quiet build/release/tests/lum_tests --gtest_brief=1 \
+    --gtest_filter='*Harness8u*:*Harness32f*:HostileSizes.*:*FormulaAndWindow*:*ThreadsAndBands*:-HostileSizes.AKernelWhoseScratchWouldWrapIsNeverAskedFor'
 fi

@@ -38,9 +38,9 @@ class Convert32f : public PerBuild {
   void all(Convert<T> fn) {
     if (fn == nullptr) return;
     for (int sf = -3; sf <= 3; ++sf)
-      for (int mode : {0, 1, 2, -7, 1 << 30}) checkConvertRow(build(), fn, sweep(sf), mode, sf, 4 * ((sf + 3) % 4) + (sf == 2) * 2, ((sf + mode) % 3 + 3) % 3);
+      for (int mode : {0, 1, 2, -7, 1 << 30}) checkConvertRow(build(), fn, sweep(sf), mode, sf, 4 * ((sf + 3) % 4) + (sf == 2) * 2, ((sf + mode) % kNumEnvs + kNumEnvs) % kNumEnvs);
     const std::vector<float> s = sweep(1);
-    for (int len = 1; len <= 40; ++len) checkConvertRow(build(), fn, std::vector<float>(s.begin() + 600 + len * 37, s.begin() + 600 + len * 38), len % 3, len % 5 - 2, len % 16, len % 3);
+    for (int len = 1; len <= 40; ++len) checkConvertRow(build(), fn, std::vector<float>(s.begin() + 600 + len * 37, s.begin() + 600 + len * 38), len % 3, len % 5 - 2, len % 16, len % kNumEnvs);
   }
 };
 
@@ -60,7 +60,7 @@ TEST_P(Convert32f, ExceptionFlagsSetBeforeTheCallStaySet) {
   withNaN[5] = NAN;
   for (unsigned turn = 0; turn < kFpFlagTurns; ++turn)
     for (int mode : {0, 1, 2})
-      for (int e = 0; e < 3; ++e)
+      for (int e = 0; e < kNumEnvs; ++e)
         for (const std::vector<float>* row : {&whole, &withNaN}) {
           if (to8u[build()]) fpFlagsTurn() = turn, checkConvertRow(build(), to8u[build()], *row, mode, 0, 4, e);
           if (to16s[build()]) fpFlagsTurn() = turn, checkConvertRow(build(), to16s[build()], *row, mode, 0, 4, e);
@@ -76,7 +76,7 @@ TEST_P(Convert32f, InfinitiesSaturateWhateverTheScale) {
   const std::vector<float> row = {INFINITY, -INFINITY, 1, -1, NAN, 3e38f, -3e38f, 1e-40f, INFINITY, -INFINITY, 0, -INFINITY};
   for (int sf : {127, 149, 150, 200, 16446, 20000, INT_MAX})
     for (int mode : {0, 1, 2})
-      for (int e = 0; e < 3; ++e) {
+      for (int e = 0; e < kNumEnvs; ++e) {
         if (to8u[build()]) checkConvertRow(build(), to8u[build()], row, mode, sf, 4 * e, e);
         if (to16s[build()]) checkConvertRow(build(), to16s[build()], row, mode, sf, 4 * e + 2, e);
       }

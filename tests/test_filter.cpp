@@ -28,7 +28,7 @@ class Filter : public PerBuild {};
 TEST_P(Filter, FormulaAndWindow) {
   for (int i = 0; i < 70; ++i) {
     const int kw = 1 + i % 7, kh = 1 + i / 7 % 7, ax[] = {kw / 2, 0, kw - 1, -2, kw + 1}, ay[] = {kh / 2, kh - 1, -1, 0, kh + 2};
-    Call c{i + 1, 1 + i % 4, kw, kh, ax[i % 5], ay[(i / 5) % 5], i % 5, 1, i % 3};
+    Call c{i + 1, 1 + i % 4, kw, kh, ax[i % 5], ay[(i / 5) % 5], i % 5, 1, i % kNumEnvs};
     checkFilter<Lum8u>(build(), c), checkFilter<Lum16s>(build(), c), checkFilter<Lum32f>(build(), c);
   }
   for (int w : {127, 300}) checkFilter<Lum16s>(build(), {w, 5, 5, 5, 2, 2}), checkFilter<Lum32f>(build(), {w, 3, 3, 4, 1, 1, 1});
@@ -87,7 +87,7 @@ TEST_P(Filter, ExceptionFlagsSetBeforeTheCallStaySet) {
   one[8] = 1;
   for (unsigned turn = 0; turn < kFpFlagTurns; ++turn)
     for (auto [w, h, threads] : {std::tuple{32, 1, 1}, {5, 2, 1}, {100, 70, 2}})
-      for (int env = 0; env < 3; ++env) {
+      for (int env = 0; env < kNumEnvs; ++env) {
         const Call c{w, h, 3, 3, 2, 2, 0, threads, env, one};
         fpFlagsTurn() = turn, checkFilter<Lum8u>(build(), c);
         fpFlagsTurn() = turn, checkFilter<Lum16s>(build(), c);
@@ -102,7 +102,7 @@ TEST_P(Filter, ThreadsAndBands) {
     const std::vector<Lum8u> one = checkFilter<Lum8u>(build(), {w, h, 5, 5, 2, 2, 0, 1, 1});
     for (int t = 2; t <= 4; ++t) {
       CountingHooks failing(t == 3);
-      checkFilter<Lum16s>(build(), {w, h, 3, 3, 1, 1, 1, t, t % 3}), checkFilter<Lum32f>(build(), {w, h, 2, 3, 0, 2, 4, t, t % 3});
+      checkFilter<Lum16s>(build(), {w, h, 3, 3, 1, 1, 1, t, t % kNumEnvs}), checkFilter<Lum32f>(build(), {w, h, 2, 3, 0, 2, 4, t, t % kNumEnvs});
     }
   }
 }
@@ -196,7 +196,7 @@ TEST_P(Filter, FastPathsAgainstTheDirectLoop) {
   for (int kw = 1; kw <= 9; ++kw) shapes.push_back({40, 5, kw, 1 + kw % 3, kw % 5});
   for (int w = 16; w <= 40; ++w) shapes.push_back({w, 2 + w % 3, 3 + w % 3, 3, w % 5, 1, w % 4});
   for (size_t i = 0; i < shapes.size() && !HasFailure(); ++i) {
-    const int env = build() > 1 ? int(i % 3) : 0;
+    const int env = build() > 1 ? int(i % kNumEnvs) : 0;
     againstDirect<Lum8u>(build(), shapes[i], env), againstDirect<Lum16s>(build(), shapes[i], env);
     againstDirect<Lum32f>(build(), shapes[i], env);
   }

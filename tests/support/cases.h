@@ -147,9 +147,11 @@ inline Case<Lum32f> div32fCase(int build) {
 
 // ---- Absolute difference: exact for bytes; for floats one rounding of the exact difference, the sign
 // then cleared.
-// The difference as floatReference has it, then the sign cleared.
+// k1..k5 round the difference on the SSE unit and clear its sign; k0 takes the absolute value on the
+// x87 before the value is stored, so under a directed rounding it is |a - b| that is rounded (the same
+// in the default environment, where rounding is symmetric).
 inline float absDiff32f(const float* a, const float* b, int build, Ctx& ctx) {
-  float d = floatReference(a, b, build, ctx, sseSub, [](double x, double y) { return x - y; });
+  float d = floatReference(a, b, build, ctx, sseSub, [](double x, double y) { return std::fabs(x - y); });
   uint32_t bits;
   std::memcpy(&bits, &d, 4), bits &= 0x7FFFFFFF;
   return std::memcpy(&d, &bits, 4), d;

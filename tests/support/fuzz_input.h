@@ -34,7 +34,7 @@ class FuzzInput {
     return k;
   }
   int threads() { return 1 + pick(4); }
-  int env() { return pick(3); }
+  int env() { return pick(kNumEnvs); }
 
   // A width, height or length: 1..most mostly; else 0, negative, INT_MIN, near INT_MAX, or one whose
   // bytes wrap in 32 bits (2^30 + a little: four bytes a pixel give a small number).

@@ -474,10 +474,12 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
    lumStsSizeErr (height, then width below 1), lumStsStepErr (a step below 1;
    steps are not compared with the row, so rows may overlap); on success
    lumStsNoErr or lumStsDivByZero.
-   Builds: the generic and SSE-only builds compute this rule exactly. From
-   SSE2 on the quotient is computed in single precision, and a quotient
-   within about 2^-21 of its magnitude from a halfway point may round to
-   either neighbour.
+   Builds: the same pixels in every build, the rule exactly: the generic and
+   SSE-only builds divide on the x87 unit in extended precision; from SSE2 on
+   one correctly rounded single-precision division of operands exact in
+   single precision decides every rounding, and in 16s below scale factor -7,
+   where the shifted dividend exceeds 24 bits, that division rounds down and
+   ties are settled in integer arithmetic.
    Threads: in the SSSE3 and SSE4.1 builds rows of 1024 pixels or more are
    split between two threads when the thread count is above 1; the pixels do
    not depend on it. */

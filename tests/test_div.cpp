@@ -1,9 +1,10 @@
 // The divisions of every build through the harness, against the quotients worked out here: for 8u
-// and 16s the exact rational rule of support/scaled_reference.h, for floats one rounding of the exact
-// quotient (the generic build) or the estimate formula computed here with the processor's own
-// reciprocal estimate (the others); the zero-divisor tables exactly in every build.
+// and 16s the exact rational rule of support/scaled_reference.h in every build, for floats one
+// rounding of the exact quotient (the generic build) or the estimate formula computed here with the
+// processor's own reciprocal estimate (the others); the zero-divisor tables exactly in every build.
 #include <xmmintrin.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/lum_internal.h"
@@ -91,6 +92,79 @@ TEST_P(Div, EveryScaleFactorOnEvery8uPairAndExtreme16sCrossed) {
     if (sf >= -20 || sf == INT_MIN || sf == INT_MAX) run(build(), divIntCase<Lum8u>(build(), sf), l8u, 1, kEnvs[0], &ab);
     if ((sf > -34 && sf <= 18) || sf == INT_MIN || sf == INT_MAX)
       run(build(), divIntCase<Lum16s>(build(), sf), l16s, 1, kEnvs[0], &xy);
+  }
+}
+
+// The dividends whose exact quotient b 2^-sf / a is a halfway point n + 1/2 or lies next to one, as
+// (divisor, dividend) pairs: for divisors across the range and quotients near 0, in the middle and at
+// the ends of the range (32766.5, 32767.5, -32767.5, -32768.5), the dividends nearest (n + 1/2) a 2^sf,
+// two on either side (the middle one is the halfway point itself where that is a whole dividend, a
+// tie). A quotient rounded to single precision may land on such a point exactly while the exact one
+// lies beside it, wherever the shifted dividend exceeds 24 bits.
+std::vector<std::pair<int, int>> halfwayPairs16s(int sf) {
+  // Besides the smallest and largest magnitudes, multiples of 2^9 .. 2^15: below scale factor -7 only a
+  // divisor that is a multiple of 2^(1 - scale factor) can meet a tie.
+  const int divisors[] = {1,     -1,    2,     -2,     3,     -3,    5,     -7,     255,   256,   257,
+                          -255,  512,   -1024, -2048,  4095,  -4096, 4097,  6144,   8192,  12345, -23456,
+                          16384, -16384, 21845, -21846, -24576, 32766, 32767, -32767, -32768};
+  const long long halves[] = {0, 1, -1, 2, -2, 7, -8, 100, -101, 255, 256, -256, 1023, 4095, -4096, 16383, -16384,
+                              32766, 32767, -32768, -32769};  // n of n + 1/2
+  std::vector<std::pair<int, int>> pairs;
+  for (int a : divisors)
+    for (long long n : halves) {
+      // (n + 1/2) a 2^sf = num / den exactly, den > 0.
+      long long num = (2 * n + 1) * a, den = 2;
+      if (sf >= 0) num *= 1LL << (sf < 17 ? sf : 17);
+      else den <<= (-sf < 40 ? -sf : 40);
+      const long long low = num / den - (num % den != 0 && num < 0);
+      for (long long b = low - 1; b <= low + 2; ++b)
+        if (b >= -32768 && b <= 32767) pairs.push_back({a, int(b)});
+    }
+  return pairs;
+}
+
+TEST(HalfwayPairs16s, LandOnAndBesideTheHalfwayPoints) {  // worked examples of the construction
+  const auto has = [](int sf, int a, int b) {
+    const auto p = halfwayPairs16s(sf);
+    return std::find(p.begin(), p.end(), std::make_pair(a, b)) != p.end();
+  };
+  EXPECT_TRUE(has(0, 2, 4) && has(0, 2, 5) && has(0, 2, 6));           // 5 / 2 = 2.5, 2 and 3 beside it
+  EXPECT_TRUE(has(-8, 256, 255) && has(-8, 256, 256));                  // 255 and 256 around 255.5
+  EXPECT_TRUE(has(-15, -32768, -32767) && has(-15, -32768, -32766));    // 32767 and 32766 around 32766.5
+  EXPECT_TRUE(has(3, 3, -12) && has(3, 3, -11));                        // -12 / 24 = -0.5, -11 / 24 beside it
+  EXPECT_FALSE(has(0, 2, 20));                                          // 10 is near no halfway point chosen
+  // Ties go to the even neighbour, in the reference too.
+  EXPECT_EQ(scaledQuotientReference(-32767, 2, 0, -32768, 32767), -16384);
+  EXPECT_EQ(scaledQuotientReference(-32767, -2, 0, -32768, 32767), 16384);
+  EXPECT_EQ(scaledQuotientReference(255, 256, -8, -32768, 32767), 255);  // 255 * 2^8 / 256 exactly
+  EXPECT_EQ(scaledQuotientReference(32767, 32767, -15, -32768, 32767), 32767);  // 32768 saturates
+}
+
+// 16s at every scale factor from -32 to 17: the halfway pairs, zero divisors, the extremes crossed, and
+// fixed-seed random pairs, half of them with quotients inside the range at every magnitude, on one image
+// of rows long enough to be split between threads, through the harness.
+TEST_P(Div, Quotients16sAtHalfwayPointsAndRangeEnds) {
+  const int w = 2048, h = 32, n = w * h;
+  for (int sf = -32; sf <= 17 && !HasFailure(); ++sf) {
+    std::vector<std::pair<int, int>> pairs = halfwayPairs16s(sf);
+    for (int a : {0, 1, -1, 32767, -32768})
+      for (int b : {0, 1, -1, 2, 32767, -32768, -32767}) pairs.push_back({a, b});
+    std::mt19937 rng(100 + sf);
+    while (int(pairs.size()) < n) {
+      const int a = Lum16s(rng());
+      if (rng() & 1) {
+        pairs.push_back({a, Lum16s(rng())});
+      } else {  // a quotient of magnitude up to 2^(15 - j): b = x a 2^sf
+        const double x = (double(rng()) / 4294967296.0 * 2 - 1) * 33000.0 / double(1 << rng() % 16);
+        const double b = std::nearbyint(x * a * std::ldexp(1.0, sf));
+        pairs.push_back({a, int(std::min(32767.0, std::max(-32768.0, b)))});
+      }
+    }
+    std::shuffle(pairs.begin(), pairs.end(), rng);
+    std::vector<Lum16s> data(2 * n);
+    for (int i = 0; i < n; ++i) data[i] = Lum16s(pairs[i].first), data[n + i] = Lum16s(pairs[i].second);
+    const Layout l{w, h, {{2 * w + 2 * (sf & 3), sf & 15}, {2 * w, (sf * 3) & 15, true}}, {2 * w + 6, (sf * 5) & 15}};
+    run(build(), divIntCase<Lum16s>(build(), sf), l, 1 << (sf & 1) << (sf & 2) / 2, kEnvs[(sf + 33) % 3], &data);
   }
 }
 

@@ -2,11 +2,13 @@
 // rounded to nearest with ties to even and saturated; a zero divisor gives
 // the saturated value of the dividend's sign and the warning lumStsDivByZero.
 //
-// The generic builds (k0, k1) compute the exact rule on the x87 unit in
-// extended precision. From k2 on a row kernel computes the quotient in single
-// precision through the reciprocal estimate refined twice; ties are then
-// decided on the computed value, which may fall either side of a halfway
-// point it lies very close to.
+// Every build computes the exact rule. The generic builds (k0, k1) on the x87
+// unit in extended precision; from k2 on a row kernel divides operands that
+// are exact in single precision once, correctly rounded, which decides every
+// rounding as the exact quotient would; in 16s below scale factor -7, where
+// the shifted dividend exceeds 24 bits, that division rounds down, which
+// still places the quotient exactly between halfway points, and ties are
+// found in integer arithmetic.
 #include <climits>
 
 #include "image/arith/div_rows.h"
@@ -78,117 +80,412 @@ inline bool divRowExtended(const T* a, const T* b, T* d, int len, const Pixel& p
 }
 #endif
 
-// ---- k2..k5: the reciprocal estimate ------------------------------------------
+// ---- k2..k5: one correctly rounded division of exact operands ------------------
 
 #if LUM_BUILD >= 2
-// Rounding to nearest with ties to even, all exceptions masked, no
-// flush-to-zero: the kernels' conversions and arithmetic run under it
-// whatever the caller's MXCSR says.
+// The kernels' rounding, all exceptions masked, no flush-to-zero or
+// denormals-are-zero, whatever the caller's MXCSR says: to nearest with ties
+// to even, or toward minus infinity for 16s below scale factor -7. The row
+// function sets it.
 constexpr uint32_t kMxcsrNearest = 0x1F80;
+constexpr uint32_t kMxcsrDown = 0x3F80;
 
-// Four quotients b / (a * 2^scaleFactor). The scaling is by a power of two
-// and exact. A zero divisor is replaced by 2^-15, so that any nonzero
-// dividend gives at least 2^15 in magnitude and saturates (and a zero one
-// gives 0), while no quotient passes 2^30. The estimate r of 1/d, about 12
-// bits, is refined twice: with e = 1 - d*r, y0 = b*r, y1 = y0 + e*y0 and
-// y = y1 + e*e*y1, that is y0 (1 + e)(1 + e^2), in single precision.
-struct Quotients {
-  __m128 scale, replacement = _mm_set1_ps(0x1p-15f), one = _mm_set1_ps(1.0f);
-  explicit Quotients(int scaleFactor) : scale(_mm_castsi128_ps(_mm_set1_epi32((127 + scaleFactor) << 23))) {}
-  __m128 operator()(__m128 b, __m128 a, __m128& zeroLanes) const {
-    const __m128 scaled = _mm_mul_ps(a, scale);
-    const __m128 zero = _mm_cmpeq_ps(scaled, _mm_setzero_ps());
-    zeroLanes = _mm_or_ps(zeroLanes, zero);
-    const __m128 d = _mm_or_ps(scaled, _mm_and_ps(zero, replacement));
-    const __m128 r = _mm_rcp_ps(d);
-    const __m128 e = _mm_sub_ps(one, _mm_mul_ps(d, r));
-    const __m128 y0 = _mm_mul_ps(b, r);
-    const __m128 y1 = _mm_add_ps(y0, _mm_mul_ps(e, y0));
-    return _mm_add_ps(y1, _mm_mul_ps(_mm_mul_ps(e, e), y1));
-  }
-};
+// Why one single-precision division gives the exact rule. Let x = B / D with
+// B = b 2^-scaleFactor and D = a (or B = b and D = a 2^scaleFactor), both
+// exact in single precision (at most 16 significant bits), and q = fl(B / D),
+// correctly rounded, then rounded to an integer with ties to even. A tie
+// n + 1/2 (below 2^23) is representable and q is exactly it. Any other x lies
+// at least 1 / (2 |a| 2^max(scaleFactor, 0)) from every halfway point, while
+// q is within 2^-24 |x| of x: q rounds as x does whenever |B| < 2^23 (for
+// scaleFactor >= 0 in the scaled divisor's terms). For 8u, B <= 255 * 2^15
+// always; for 16s, up to scaleFactor -7. Saturated quotients keep their side:
+// the halfway point at each end of the range is representable, so q lies on
+// x's side of it or on it, and on it rounds outwards (255.5 to 256, 32767.5
+// to 32768, -32768.5 to -32768).
+//
+// A zero divisor becomes 2^-16, smaller than any other divisor: a nonzero
+// dividend then gives a quotient of at least 2^16 in magnitude, which
+// saturates by its sign, and a zero one gives 0. The quotient stays within
+// 2^31 (255 * 2^16, or 32768 * 2^16 for the dividend -32768 exactly) where
+// it is converted; below -7 it is not converted at all (Div16sShiftedBlock).
+constexpr float kZeroDivisor = 0x1p-16f;
+constexpr int kDiv16sSingleFrom = -7;  // 16s scale factors from here on round to nearest
+constexpr int kDiv16sTiesFrom = -14;   // below it a 16s quotient is never a tie (Div16sShiftedBlock)
 
-inline __m128 lo32f(__m128i v16, __m128i sign) { return _mm_cvtepi32_ps(_mm_unpacklo_epi16(v16, sign)); }
-inline __m128 hi32f(__m128i v16, __m128i sign) { return _mm_cvtepi32_ps(_mm_unpackhi_epi16(v16, sign)); }
-// The sign words of eight 16-bit lanes, for widening them to 32 bits.
-inline __m128i signs16(__m128i v) { return _mm_srai_epi16(v, 15); }
-
-// Eight 8u quotients from eight divisor and dividend bytes (the low halves).
-// Quotients stay below 2^31, so the conversion never overflows; the packs
-// saturate.
-struct Div8uBlock {
-  using T = Lum8u;
-  static constexpr int kAlign = 8;  // the destination's alignment in the main loop
-  Quotients q;
-  static __m128i load(const T* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); }
-  static void store(T* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
-  __m128i operator()(__m128i a8, __m128i b8, __m128& zeroLanes) const {
-    const __m128i z = _mm_setzero_si128();
-    const __m128i a = _mm_unpacklo_epi8(a8, z), b = _mm_unpacklo_epi8(b8, z);
-    const __m128 lo = q(lo32f(b, z), lo32f(a, z), zeroLanes);
-    const __m128 hi = q(hi32f(b, z), hi32f(a, z), zeroLanes);
-    const __m128i words = _mm_packs_epi32(_mm_cvtps_epi32(lo), _mm_cvtps_epi32(hi));
-    return _mm_packus_epi16(words, words);
-  }
-};
-
-// Eight 16s quotients. A quotient can reach 2^45 (dividend scaled by 2^30);
-// clamping before the conversion keeps it inside the 32-bit lane.
-struct Div16sBlock {
-  using T = Lum16s;
-  static constexpr int kAlign = 16;
-  Quotients q;
-  __m128 lowest = _mm_set1_ps(-32768.0f), highest = _mm_set1_ps(32767.0f);
-  static __m128i load(const T* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-  static void store(T* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-  __m128i convert(__m128 y) const { return _mm_cvtps_epi32(_mm_min_ps(_mm_max_ps(y, lowest), highest)); }
-  __m128i operator()(__m128i a, __m128i b, __m128& zeroLanes) const {
-    const __m128i sa = signs16(a), sb = signs16(b);
-    const __m128 lo = q(lo32f(b, sb), lo32f(a, sa), zeroLanes);
-    const __m128 hi = q(hi32f(b, sb), hi32f(a, sa), zeroLanes);
-    return _mm_packs_epi32(convert(lo), convert(hi));
-  }
-};
-
-// Fewer than eight pixels, from `from` to `to`: through the block, on copies
-// padded with divisor 1 and dividend 0, so that every pixel of a row, in the
-// body or not, gets the same arithmetic.
-template <class Block, class T>
-inline void divShortRun(const T* a, const T* b, T* d, int from, int to, const Block& block,
-                        __m128& zeroLanes) {
-  T pa[8], pb[8], pd[8];
-  for (int i = 0; i < 8; ++i) pa[i] = 1, pb[i] = 0;
-  for (int i = from; i < to; ++i) pa[i - from] = loadPixel(a + i), pb[i - from] = loadPixel(b + i);
-  Block::store(pd, block(Block::load(pa), Block::load(pb), zeroLanes));
-  for (int i = from; i < to; ++i) storePixel(d + i, pd[i - from]);
+inline uint32_t div16sRounding(int scaleFactor) {
+  return scaleFactor < kDiv16sSingleFrom ? kMxcsrDown : kMxcsrNearest;
 }
 
-// A row: pixels until the destination is aligned for the block's store, then
-// blocks of eight, then the rest. Nonzero when a divisor was 0.
-template <class Block, class T>
-inline int divRowEstimated(const T* a, const T* b, T* d, int len, const Block& block) {
-  __m128 zeroLanes = _mm_setzero_ps();  // all ones where a divisor was 0
-  const uintptr_t misaligned = reinterpret_cast<uintptr_t>(d) & (Block::kAlign - 1);
-  int head = misaligned % sizeof(T) != 0 ? 0 : int((Block::kAlign - misaligned) % Block::kAlign / sizeof(T));
-  if (head > len) head = len;
-  if (head > 0) divShortRun(a, b, d, 0, head, block, zeroLanes);
-  int i = head;
-  for (; i + 8 <= len; i += 8) Block::store(d + i, block(Block::load(a + i), Block::load(b + i), zeroLanes));
-  if (i < len) divShortRun(a, b, d, i, len, block, zeroLanes);
-  return _mm_movemask_ps(zeroLanes);
+// 2^e as a float, for -126 <= e <= 127.
+inline float pow2f(int e) {
+  const uint32_t bits = static_cast<uint32_t>(127 + e) << 23;
+  float f;
+  __builtin_memcpy(&f, &bits, 4);
+  return f;
+}
+
+inline __m128i load16B(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void store16B(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+// Whether a divisor of the row was 0, gathered by lane and read once per row:
+// the least divisor byte (8u), the least divisor word or the lanes found equal
+// to 0 (16s).
+struct ZeroBytes {
+  __m128i least = _mm_set1_epi8(-1);
+  void note(__m128i a) { least = _mm_min_epu8(a, least); }
+  bool any() const { return _mm_movemask_epi8(_mm_cmpeq_epi8(least, _mm_setzero_si128())) != 0; }
+};
+#if LUM_BUILD >= 5
+struct ZeroWords {
+  __m128i least = _mm_set1_epi16(-1);
+  void note(__m128i a) { least = _mm_min_epu16(a, least); }
+  bool any() const { return _mm_movemask_epi8(_mm_cmpeq_epi16(least, _mm_setzero_si128())) != 0; }
+};
+#else
+struct ZeroWords {
+  __m128i seen = _mm_setzero_si128();
+  void note(__m128i a) { seen = _mm_or_si128(seen, _mm_cmpeq_epi16(a, _mm_setzero_si128())); }
+  bool any() const { return _mm_movemask_epi8(seen) != 0; }
+};
+#endif
+
+// A divisor lane of 0 becomes kZeroDivisor, the others (at least 2^-7 in
+// magnitude) stay: the unsigned maximum of the bits, which before SSE4.1 is
+// taken on the upper halves (the replacement's lower half is 0).
+inline __m128 replaceZeroDivisor(__m128 d) {
+  const __m128i replacement = _mm_castps_si128(_mm_set1_ps(kZeroDivisor)), bits = _mm_castps_si128(d);
+#if LUM_BUILD >= 5
+  return _mm_castsi128_ps(_mm_max_epu32(bits, replacement));
+#else
+  return _mm_castsi128_ps(_mm_add_epi16(_mm_subs_epu16(bits, replacement), replacement));
+#endif
+}
+
+#if LUM_BUILD <= 4
+// Floats from 16-bit lanes without a conversion: the float whose bits are
+// (150 + s) << 23 | u is 2^s (2^23 + u), so one unpack with the exponent
+// words and one exact subtraction give u 2^s, the scaling included. Signed
+// words come biased by 2^15 (their sign bit flipped), which the subtraction
+// takes off again.
+struct WordFloats {
+  __m128i exponent;
+  __m128 offset;
+  WordFloats(int s, int bias)
+      : exponent(_mm_set1_epi16(static_cast<short>((150 + s) << 7))),
+        offset(_mm_set1_ps((8388608.0f + static_cast<float>(bias)) * pow2f(s))) {}
+  __m128 lo(__m128i u) const { return _mm_sub_ps(_mm_castsi128_ps(_mm_unpacklo_epi16(u, exponent)), offset); }
+  __m128 hi(__m128i u) const { return _mm_sub_ps(_mm_castsi128_ps(_mm_unpackhi_epi16(u, exponent)), offset); }
+};
+#else
+inline __m128i load4B(const void* p) { return _mm_loadu_si32(p); }
+inline __m128i load8B(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
+#endif
+
+// ---- 8u: sixteen pixels a step --------------------------------------------------
+
+// b / max(a 2^scaleFactor, 2^-16), rounded; the packs saturate. kScaled: the
+// divisor is multiplied by 2^scaleFactor (k5; WordFloats scales for nothing).
+#if LUM_BUILD >= 5
+template <bool kScaled>
+struct Div8uBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum8u;
+  using Zeros = ZeroBytes;
+  __m128 scale, replacement = _mm_set1_ps(kZeroDivisor);
+  explicit Div8uBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
+  __m128i four(const T* a, const T* b) const {
+    __m128 d = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(load4B(a)));
+    if (kScaled) d = _mm_mul_ps(d, scale);
+    const __m128 x = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(load4B(b)));
+    return _mm_cvtps_epi32(_mm_div_ps(x, _mm_max_ps(d, replacement)));
+  }
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    zeros.note(load16B(a));
+    const __m128i lo = _mm_packs_epi32(four(a, b), four(a + 4, b + 4));
+    const __m128i hi = _mm_packs_epi32(four(a + 8, b + 8), four(a + 12, b + 12));
+    store16B(d, _mm_packus_epi16(lo, hi));
+    return zeros;
+  }
+};
+#else
+// Eight pixels at a time, from 8-byte loads, to keep within the eight
+// registers: the divisors through WordFloats (scaled), the dividends widened
+// and converted.
+template <bool kScaled>
+struct Div8uBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum8u;
+  using Zeros = ZeroBytes;
+  WordFloats divisors;
+  __m128 replacement = _mm_set1_ps(kZeroDivisor);
+  explicit Div8uBlock(int scaleFactor) : divisors(scaleFactor, 0) {}
+  __m128i eight(const T* a, const T* b) const {
+    const __m128i z = _mm_setzero_si128();
+    const __m128i aw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)), z);
+    const __m128i bw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)), z);
+    const __m128 x0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(bw, z)), x1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(bw, z));
+    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, _mm_max_ps(divisors.lo(aw), replacement)));
+    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, _mm_max_ps(divisors.hi(aw), replacement)));
+    return _mm_packs_epi32(lo, hi);
+  }
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    zeros.note(load16B(a));
+    const __m128i lo = eight(a, b);
+    store16B(d, _mm_packus_epi16(lo, eight(a + 8, b + 8)));
+    return zeros;
+  }
+};
+#endif
+
+// ---- 16s, scale factors -7..15: sixteen pixels a step ----------------------------
+
+#if LUM_BUILD >= 5
+template <bool kScaled>
+struct Div16sBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum16s;
+  using Zeros = ZeroWords;
+  __m128 scale;
+  explicit Div16sBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
+  __m128i four(const T* a, const T* b) const {
+    __m128 d = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)));
+    if (kScaled) d = _mm_mul_ps(d, scale);
+    const __m128 x = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
+    return _mm_cvtps_epi32(_mm_div_ps(x, replaceZeroDivisor(d)));
+  }
+  Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
+    zeros.note(load16B(a));
+    store16B(d, _mm_packs_epi32(four(a, b), four(a + 4, b + 4)));
+    return zeros;
+  }
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    return eight(a + 8, b + 8, d + 8, eight(a, b, d, zeros));
+  }
+};
+#else
+// The divisors through WordFloats (scaled), the dividends widened and
+// converted, which keeps within the eight registers.
+template <bool kScaled>
+struct Div16sBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum16s;
+  using Zeros = ZeroWords;
+  WordFloats divisors;
+  __m128i bias = _mm_set1_epi16(-32768);
+  explicit Div16sBlock(int scaleFactor) : divisors(scaleFactor, 32768) {}
+  Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
+    const __m128i av = load16B(a), bv = load16B(b);
+    zeros.note(av);
+    const __m128i ab = _mm_xor_si128(av, bias);
+    const __m128 x0 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(bv, bv), 16));
+    const __m128 x1 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(bv, bv), 16));
+    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, replaceZeroDivisor(divisors.lo(ab))));
+    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, replaceZeroDivisor(divisors.hi(ab))));
+    store16B(d, _mm_packs_epi32(lo, hi));
+    return zeros;
+  }
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    return eight(a + 8, b + 8, d + 8, eight(a, b, d, zeros));
+  }
+};
+#endif
+
+// ---- 16s, scale factors -30..-8: eight pixels a step, rounding down ---------------
+
+// Under rounding toward minus infinity, fl(2x) <= 2x lies at or above an
+// integer exactly when 2x does (RD is monotone and keeps integers), so
+// F = floor(fl(2x)) = floor(2x), and R = (F + 1) >> 1 = floor(x + 1/2) is the
+// rounded quotient except at a tie x = R - 1/2 with R odd, which goes to the
+// even R - 1. F comes without a conversion: q = fl(b / a) is x 2^-k, scaled
+// exactly, and z = fl(q + M) with M = 1.5 * 2^(22-k) + 2^-(k+1), whose last
+// place is 2^-(k+1), is M + 2^-(k+1) F for |x| < 2^21, so the bits of z less
+// those of M are F; those of M are odd, so R = (bits(z) >> 1) - (bits(M) - 1) / 2,
+// which cannot wrap. Beyond, the bits of a float order it (a negative one
+// reads as a large negative number) and the pack saturates.
+// A tie is 2B = (2R - 1) a, B = b 2^k: a is then a multiple of 2^(k+1), so
+// from k = 15 on there are none (the divisor would be 0), and below only
+// blocks holding such a divisor are tested. There a tie is 2 (R a - B) - a = 0;
+// elsewhere that is a (2R - 2x - 1) with 2R - 2x - 1 in (-2, 0), nonzero and
+// below 2^16 in magnitude, so products modulo 2^16 decide. Saturated lanes do
+// not mislead the test: at the bottom R = -32768 is even; at the top R = 32767
+// and a false tie would need 2B = -3a modulo 2^16, so 2^(k+1) | a and
+// |x| = |b| / (2 |a| 2^-(k+1)) <= 16384 (a zero divisor takes 1 for the test:
+// an odd a never matches the even 2B).
+template <bool kTies>
+struct Div16sShiftedBlock {
+  static constexpr int kPixels = 8;
+  using T = Lum16s;
+  using Zeros = ZeroWords;
+  __m128 magic;
+  __m128i halfMagic, lowBits, shifted, one = _mm_set1_epi16(1);  // shifted: 2^k, B modulo 2^16 is b times it
+#if LUM_BUILD <= 4
+  WordFloats dividends{0, 32768};  // a zero dividend comes out as -0 when rounding down, which does no harm
+  __m128i bias = _mm_set1_epi16(-32768);
+#endif
+  explicit Div16sShiftedBlock(int scaleFactor)
+      : magic(_mm_set1_ps(pow2f(22 + scaleFactor) * 1.5f + pow2f(scaleFactor - 1))),
+        halfMagic(_mm_srli_epi32(_mm_castps_si128(magic), 1)),
+        lowBits(_mm_set1_epi16(static_cast<short>(kTies ? (2 << -scaleFactor) - 1 : 0))),
+        shifted(_mm_set1_epi16(static_cast<short>(kTies ? 1 << -scaleFactor : 0))) {}
+  __m128i floorHalfUp(__m128 x, __m128 d) const {
+    const __m128 z = _mm_add_ps(_mm_div_ps(x, replaceZeroDivisor(d)), magic);
+    return _mm_sub_epi32(_mm_srai_epi32(_mm_castps_si128(z), 1), halfMagic);
+  }
+  // R with ties moved to the even neighbour: 2 (R a - B) = a modulo 2^16, a
+  // zero divisor taken as 1, clears the last bit of R.
+  __m128i evenAtTies(__m128i r, __m128i a, __m128i b) const {
+#if LUM_BUILD >= 5
+    const __m128i tested = _mm_max_epu16(a, one);
+#else
+    const __m128i tested = _mm_add_epi16(_mm_subs_epu16(a, one), one);
+#endif
+    const __m128i t = _mm_sub_epi16(_mm_mullo_epi16(r, tested), _mm_mullo_epi16(b, shifted));
+    const __m128i tie = _mm_cmpeq_epi16(_mm_add_epi16(t, t), tested);
+    return _mm_andnot_si128(_mm_and_si128(tie, one), r);
+  }
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    const __m128i av = load16B(a);
+    zeros.note(av);
+#if LUM_BUILD >= 5
+    const __m128 x0 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
+    const __m128 x1 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b + 4)));
+    const __m128i r = _mm_packs_epi32(floorHalfUp(x0, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)))),
+                                      floorHalfUp(x1, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a + 4)))));
+#else
+    // The divisors by conversion: the subtraction of WordFloats would make a zero one -0 here.
+    const __m128 a0 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(av, av), 16));
+    const __m128 a1 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(av, av), 16));
+    const __m128i bb = _mm_xor_si128(load16B(b), bias);
+    const __m128i r = _mm_packs_epi32(floorHalfUp(dividends.lo(bb), a0), floorHalfUp(dividends.hi(bb), a1));
+#endif
+    const bool tieable =
+        kTies && _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(av, lowBits), _mm_setzero_si128())) != 0;
+    store16B(d, tieable ? evenAtTies(r, av, load16B(b)) : r);
+    return zeros;
+  }
+};
+
+// ---- The extreme scale factors: compare and select -----------------------------------
+
+// The zero-divisor table of 16s by lane: highest, lowest or 0 by the dividend's sign.
+inline __m128i div16sByZeroLanes(__m128i b) {
+  const __m128i z = _mm_setzero_si128();
+  return _mm_or_si128(_mm_and_si128(_mm_cmpgt_epi16(b, z), _mm_set1_epi16(kDiv16sHighest)),
+                      _mm_and_si128(_mm_cmpgt_epi16(z, b), _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+}
+
+// Every quotient of a nonzero divisor rounds to 0: zero divisors take the table.
+struct Div8uZeroBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum8u;
+  using Zeros = ZeroBytes;
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    const __m128i av = load16B(a), z = _mm_setzero_si128();
+    zeros.note(av);
+    const __m128i byZero = _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), z), _mm_set1_epi8(static_cast<char>(kDiv8uHighest)));
+    store16B(d, _mm_and_si128(_mm_cmpeq_epi8(av, z), byZero));
+    return zeros;
+  }
+};
+struct Div16sZeroBlock {
+  static constexpr int kPixels = 8;
+  using T = Lum16s;
+  using Zeros = ZeroWords;
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    const __m128i av = load16B(a);
+    zeros.note(av);
+    store16B(d, _mm_and_si128(_mm_cmpeq_epi16(av, _mm_setzero_si128()), div16sByZeroLanes(load16B(b))));
+    return zeros;
+  }
+};
+
+// Every nonzero quotient saturates, whatever the divisor: the dividend's
+// sign decides, with the divisor's for 16s (a zero divisor counting as positive).
+struct Div8uSignOnlyBlock {
+  static constexpr int kPixels = 16;
+  using T = Lum8u;
+  using Zeros = ZeroBytes;
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    zeros.note(load16B(a));
+    store16B(d, _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), _mm_setzero_si128()),
+                                 _mm_set1_epi8(static_cast<char>(kDiv8uHighest))));
+    return zeros;
+  }
+};
+struct Div16sSignOnlyBlock {
+  static constexpr int kPixels = 8;
+  using T = Lum16s;
+  using Zeros = ZeroWords;
+  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
+    const __m128i av = load16B(a), bv = load16B(b);
+    zeros.note(av);
+    const __m128i unlike = _mm_srai_epi16(_mm_xor_si128(av, bv), 15);
+    const __m128i saturated = _mm_or_si128(_mm_andnot_si128(unlike, _mm_set1_epi16(kDiv16sHighest)),
+                                           _mm_and_si128(unlike, _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+    store16B(d, _mm_andnot_si128(_mm_cmpeq_epi16(bv, _mm_setzero_si128()), saturated));
+    return zeros;
+  }
+};
+
+// ---- A row --------------------------------------------------------------------------------
+
+// Whole blocks, then the rest through the block on copies padded with divisor
+// 1 and dividend 0, so that every pixel of a row gets the same arithmetic.
+// Nonzero when a divisor was 0.
+template <class Block, class T = typename Block::T>
+inline int divRowByBlocks(const T* a, const T* b, T* d, int len, const Block& block) {
+  constexpr int n = Block::kPixels;
+  typename Block::Zeros zeros;
+  int i = 0;
+  for (; i + n <= len; i += n) zeros = block(a + i, b + i, d + i, zeros);
+  if (i < len) {
+    T pa[n], pb[n], pd[n];
+    for (int k = 0; k < n; ++k) pa[k] = 1, pb[k] = 0;
+    for (int k = i; k < len; ++k) pa[k - i] = loadPixel(a + k), pb[k - i] = loadPixel(b + k);
+    zeros = block(pa, pb, pd, zeros);
+    for (int k = i; k < len; ++k) storePixel(d + k, pd[k - i]);
+  }
+  return zeros.any() ? 1 : 0;
 }
 #endif
 
 }  // namespace
 
 // ---- Row kernels (k2..k5) and their two-thread forms (k4, k5) -------------------
+// The kernels take any scale factor (the extreme ones need no division), and
+// run under the rounding the row function sets: to nearest, or for 16s the
+// one div16sRounding gives.
 
 #if LUM_BUILD >= 2
 int ownlumsDiv_8u(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
-  return divRowEstimated(pSrc1, pSrc2, pDst, len, Div8uBlock{Quotients(scaleFactor)});
+  switch (divCase8u(scaleFactor)) {
+    case DivCase::Zero:
+      return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uZeroBlock());
+    case DivCase::SignOnly:
+      return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uSignOnlyBlock());
+    case DivCase::Ordinary:
+      break;
+  }
+  if constexpr (kBuild >= 5)  // an unscaled divisor saves a multiplication
+    if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<false>(0));
+  return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<true>(scaleFactor));
 }
 int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len, int scaleFactor) {
-  return divRowEstimated(pSrc1, pSrc2, pDst, len, Div16sBlock{Quotients(scaleFactor)});
+  switch (divCase16s(scaleFactor)) {
+    case DivCase::Zero:
+      return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sZeroBlock());
+    case DivCase::SignOnly:
+      return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sSignOnlyBlock());
+    case DivCase::Ordinary:
+      break;
+  }
+  if (scaleFactor < kDiv16sTiesFrom)
+    return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sShiftedBlock<false>(scaleFactor));
+  if (scaleFactor < kDiv16sSingleFrom)
+    return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sShiftedBlock<true>(scaleFactor));
+  if constexpr (kBuild >= 5)
+    if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sBlock<false>(0));
+  return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sBlock<true>(scaleFactor));
 }
 #endif
 
@@ -209,22 +506,21 @@ namespace {
 
 inline LumStatus divStatus(bool zeroDivisor) { return zeroDivisor ? lumStsDivByZero : lumStsNoErr; }
 
-// The extreme scale factors, pixel by pixel: true with the row done and its
-// status in `st`, false for an ordinary scale factor.
-template <class T, class Zero, class SignOnly>
-inline bool divRowExtremes(DivCase c, const T* a, const T* b, T* d, int len, const Zero& zeroPixel,
-                           const SignOnly& signOnlyPixel, LumStatus& st) {
+#if LUM_BUILD <= 1
+// The extreme scale factors of 8u, pixel by pixel: true with the row done and
+// its status in `st`, false for an ordinary scale factor.
+inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lum8u* d, int len, LumStatus& st) {
+  const DivCase c = divCase8u(scaleFactor);
   if (c == DivCase::Ordinary) return false;
   bool zero = false;
   for (int i = 0; i < len; ++i) {
     const int x = loadPixel(a + i), y = loadPixel(b + i);
-    storePixel(d + i, c == DivCase::Zero ? zeroPixel(x, y, zero) : signOnlyPixel(x, y, zero));
+    storePixel(d + i, c == DivCase::Zero ? div8uZero(x, y, zero) : div8uSignOnly(x, y, zero));
   }
   st = divStatus(zero);
   return true;
 }
 
-#if LUM_BUILD <= 1
 // The exact rule: pixel(divisor, dividend, 2^-scaleFactor, scaleFactor).
 template <class T, class Pixel>
 inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFactor, const Pixel& pixel,
@@ -235,14 +531,25 @@ inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFac
       a, b, d, len, [=](int x, int y) { return pixel(x, y, f, scaleFactor); }, byZero));
 }
 #else
+// The extreme scale factors, on the calling thread: true with the row done
+// and its status in `st`, false for an ordinary scale factor.
+template <class T>
+inline bool divRowExtremes(DivCase c, int (*kernel)(const T*, const T*, T*, int, int), const T* a, const T* b,
+                           T* d, int len, int scaleFactor, LumStatus& st) {
+  if (c == DivCase::Ordinary) return false;
+  st = divStatus(kernel(a, b, d, len, scaleFactor) != 0);
+  return true;
+}
+
 // Rows of 1024 pixels or more are split between two threads in k4 and k5.
 constexpr int kDivIntRowInTwo = 1024;
 
-// The estimate: `kernel` on the row, or `longRow` on one of 1024 pixels or more.
+// The quotients under the kernel's rounding: `kernel` on the row, or
+// `longRow` on one of 1024 pixels or more.
 template <class T, class Kernel>
-inline LumStatus divRowEstimate(const T* a, const T* b, T* d, int len, int scaleFactor,
-                                Kernel kernel, Kernel longRow) {
-  const OwnMxcsr nearest(kMxcsrNearest);
+inline LumStatus divRowQuotients(const T* a, const T* b, T* d, int len, int scaleFactor, uint32_t rounding,
+                                 Kernel kernel, Kernel longRow) {
+  const OwnMxcsr own(rounding);
   return divStatus((len >= kDivIntRowInTwo ? longRow : kernel)(a, b, d, len, scaleFactor) != 0);
 }
 #endif
@@ -259,16 +566,16 @@ inline LumStatus divRowEstimate(const T* a, const T* b, T* d, int len, int scale
 
 LumStatus lumsDiv_8u_Sfs(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
   LumStatus st = divRowArguments(pSrc1, pSrc2, pDst, len);
-  if (st != lumStsNoErr ||
-      divRowExtremes(divCase8u(scaleFactor), pSrc1, pSrc2, pDst, len, div8uZero, div8uSignOnly, st))
-    return st;
+  if (st != lumStsNoErr) return st;
 #if LUM_BUILD <= 1
+  if (divRowExtremes8u(scaleFactor, pSrc1, pSrc2, pDst, len, st)) return st;
   return divRowExact(pSrc1, pSrc2, pDst, len, scaleFactor,
                      [](int a, int b, long double f, int sf) { return div8uExtended(a, b, f, sf < 0); },
                      div8uByZero);
 #else
-  return divRowEstimate(pSrc1, pSrc2, pDst, len, scaleFactor, ownlumsDiv_8u,
-                        LUM_DIV_LONG_ROW(ownlumsDiv_8u));
+  if (divRowExtremes(divCase8u(scaleFactor), ownlumsDiv_8u, pSrc1, pSrc2, pDst, len, scaleFactor, st)) return st;
+  return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, kMxcsrNearest, ownlumsDiv_8u,
+                         LUM_DIV_LONG_ROW(ownlumsDiv_8u));
 #endif
 }
 
@@ -283,10 +590,9 @@ LumStatus lumsDiv_16s_Sfs(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst
                      [](int a, int b, long double f, int sf) { return div16sExtended(a, b, f, sf > 0); },
                      div16sByZero);
 #else
-  if (divRowExtremes(divCase16s(scaleFactor), pSrc1, pSrc2, pDst, len, div16sZero, div16sSignOnly, st))
-    return st;
-  return divRowEstimate(pSrc1, pSrc2, pDst, len, scaleFactor, ownlumsDiv_16s,
-                        LUM_DIV_LONG_ROW(ownlumsDiv_16s));
+  if (divRowExtremes(divCase16s(scaleFactor), ownlumsDiv_16s, pSrc1, pSrc2, pDst, len, scaleFactor, st)) return st;
+  return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, div16sRounding(scaleFactor), ownlumsDiv_16s,
+                         LUM_DIV_LONG_ROW(ownlumsDiv_16s));
 #endif
 }
 

@@ -12,12 +12,17 @@
 
 LUM_BEGIN_BUILD
 
+// The saturated quotients, which the vector paths select by lane.
+constexpr int kDiv8uHighest = 255;
+constexpr int kDiv16sHighest = 32767;
+constexpr int kDiv16sLowest = -32768;
+
 // ---- Zero divisors ------------------------------------------------------------
 // The saturated value of the quotient's sign: a zero dividend gives 0.
 
-inline Lum8u div8uByZero(int dividend) { return dividend != 0 ? 255 : 0; }
+inline Lum8u div8uByZero(int dividend) { return dividend != 0 ? kDiv8uHighest : 0; }
 inline Lum16s div16sByZero(int dividend) {
-  return static_cast<Lum16s>(dividend > 0 ? 32767 : (dividend < 0 ? -32768 : 0));
+  return static_cast<Lum16s>(dividend > 0 ? kDiv16sHighest : (dividend < 0 ? kDiv16sLowest : 0));
 }
 
 // Floats: an infinity of the dividend's sign (the zero's own sign does not
@@ -67,7 +72,7 @@ inline Lum8u div8uZero(int a, int b, bool& zeroDivisor) {
 }
 inline Lum8u div8uSignOnly(int a, int b, bool& zeroDivisor) {
   zeroDivisor |= a == 0;
-  return b != 0 ? 255 : 0;
+  return b != 0 ? kDiv8uHighest : 0;
 }
 inline Lum16s div16sZero(int a, int b, bool& zeroDivisor) {
   if (a != 0) return 0;
@@ -78,7 +83,7 @@ inline Lum16s div16sZero(int a, int b, bool& zeroDivisor) {
 inline Lum16s div16sSignOnly(int a, int b, bool& zeroDivisor) {
   zeroDivisor |= a == 0;
   if (b == 0) return 0;
-  return static_cast<Lum16s>((a < 0) == (b < 0) ? 32767 : -32768);
+  return static_cast<Lum16s>((a < 0) == (b < 0) ? kDiv16sHighest : kDiv16sLowest);
 }
 
 LUM_END_BUILD

@@ -47,31 +47,9 @@ Case<T> fillCase(int build, int value) {
           {uint32_t(value)}, {}, [value](const T*, const T*, Ctx&) { return T(value); }, nullAndSizeChecks(0)};
 }
 
-// ---- Division: for 8u and 16s the exact rational rule, for floats one rounding of the exact quotient
-// (the generic build) or the estimate formula computed here with the processor's own reciprocal
-// estimate (the others); the zero-divisor tables exactly in every build.
-// From SSE2 on an integer quotient is y = y0 (1 + e)(1 + e^2) in single precision, y0 = b r and
-// e = 1 - d r, r the estimate of 1/d with |1 - d r| <= 1.5 * 2^-12. Operands and their scaling are
-// exact in single precision. With e off by at most 2^-24 (the rounding of d r; the subtraction is
-// exact), y0 rounded once and the two sums once each, while (1 + e)(1 + e^2) = (1 - e^4) / (1 - e):
-// |y / q - 1| <= 4 * 2^-24 + e^4 + terms below 2^-35, under 2^-21. Where the exact quotient q lies
-// within 2^-21 of its magnitude from a halfway point either neighbour will do; elsewhere the exact
-// rule must hold.
-constexpr long double kEstimateBound = 0x1p-21L;
-
-// The neighbour the estimate may give instead of `exact`, or `exact` itself.
-inline int estimateMayGive(int dividend, int divisor, int sf, int lo, int hi, int exact) {
-  if (sf < -40 || sf > 41) return exact;
-  // q = n / d exactly, d > 0; its distance from the halfway point above floor(q) is
-  // |2 (n - floor(q) d) - d| / 2d.
-  const long double n = static_cast<long double>(divisor < 0 ? -dividend : dividend) * (sf < 0 ? 1LL << -sf : 1);
-  const long double d = static_cast<long double>(divisor < 0 ? -divisor : divisor) * (sf > 0 ? 1LL << sf : 1);
-  const long double low = std::floor(n / d);
-  if (std::fabs(2 * (n - low * d) - d) > 2 * std::fabs(n) * kEstimateBound) return exact;
-  const long double other = exact == low ? low + 1 : low;
-  return other < lo ? lo : (other > hi ? hi : static_cast<int>(other));
-}
-
+// ---- Division: for 8u and 16s the exact rational rule in every build, for floats one rounding of
+// the exact quotient (the generic build) or the estimate formula computed here with the processor's
+// own reciprocal estimate (the others); the zero-divisor tables exactly in every build.
 // Checks of the image functions after the null pointers and sizes: each step below 1.
 inline std::vector<Check> divChecks() {
   std::vector<Check> c = nullAndSizeChecks(2);
@@ -92,10 +70,7 @@ Case<T> divIntCase(int build, int sf) {
                 : reinterpret_cast<const void*>(lumiDiv_16s_C1RSfs_arraddr[build]),
             2, {}, {uint32_t(sf)}, [=](const T* divisor, const T* dividend, Ctx& ctx) {
               if (*divisor == 0) return ctx.status = lumStsDivByZero, T(*dividend > 0 ? hi : *dividend < 0 ? lo : 0);
-              const int exact = scaledQuotientReference(*dividend, *divisor, sf, lo, hi);
-              const int other = build >= 2 ? estimateMayGive(*dividend, *divisor, sf, lo, hi, exact) : exact;
-              ctx.hasAlso = other != exact, ctx.also = uint32_t(other) & (k8u ? 0xFF : 0xFFFF);
-              return T(exact);
+              return T(scaledQuotientReference(*dividend, *divisor, sf, lo, hi));
             },
             divChecks()};
   c.anySteps = false;

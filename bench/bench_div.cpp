@@ -1,6 +1,10 @@
 // Division per build at 256x256 and 4096x4096 (8u at scale factors 0 and -7,
 // 16s at 0 and 3, 32f), beside the plain loop of the same rule and memcpy;
-// and the long rows of k4 and k5 on one thread and on two.
+// and the long rows of k4 and k5 on one thread and on two. Then each class of
+// scale factor the integer divisions treat apart: 8u at 4 and 12 (every
+// quotient rounds to 0), 16s at -4, -12 (dividends shifted beyond 24 bits)
+// and 20 (every quotient rounds to 0), and both at 0 with zero divisors among
+// the others.
 #include "bench_common.h"
 #include "plain_loops.h"
 
@@ -12,21 +16,22 @@ template <class T>
 using DivSfs = LumStatus (*)(const T*, int, const T*, int, T*, int, LumSize, int);
 using Div32f = LumStatus (*)(const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
 
-// Divisors without zeros (the table is the exception, not the work), the
-// dividends anything.
+// Divisors without zeros (the table is the exception, not the work), or with
+// one in `zeroEvery` zero; the dividends anything.
 template <class T>
-void fillDivisors(Buffer& a) {
+void fillDivisors(Buffer& a, int zeroEvery) {
   T* p = a.as<T>();
   for (size_t i = 0; i < a.bytes() / sizeof(T); ++i)
     p[i] = sizeof(T) == 4 ? static_cast<T>(1.0f + static_cast<float>(i % 251) / 64.0f)
                           : static_cast<T>(1 + (i * 37) % (sizeof(T) == 1 ? 255 : 4000));
+  for (size_t i = 0; zeroEvery > 0 && i < a.bytes() / sizeof(T); i += zeroEvery) p[i] = 0;
 }
 
 template <class T, class Call>
-void runDiv(benchmark::State& st, const Call& call, int w, int h, int threads) {
+void runDiv(benchmark::State& st, const Call& call, int w, int h, int threads, int zeroEvery) {
   const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
   Buffer a(bytes), b(bytes), d(bytes);
-  fillDivisors<T>(a);
+  fillDivisors<T>(a, zeroEvery);
   const int step = w * static_cast<int>(sizeof(T));
   lumSetNumThreads(threads);
   for (auto _ : st) {
@@ -41,12 +46,13 @@ void runDiv(benchmark::State& st, const Call& call, int w, int h, int threads) {
 // split again on two threads.
 template <class T, class Fn>
 void registerKernel(const std::string& kernel, Fn const* table, Fn plain, int w, int h,
-                    const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call) {
+                    const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call,
+                    int zeroEvery = 0) {
   const std::string size = lumbench::sizeName(w, h);
   const auto add = [&](const std::string& variant, Fn fn, int threads) {
     benchmark::RegisterBenchmark((kernel + "/" + variant + "/" + size).c_str(), [=](benchmark::State& st) {
       runDiv<T>(st, [&](const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) { call(fn, a, as, b, bs, d, ds, s); },
-                w, h, threads);
+                w, h, threads, zeroEvery);
     });
   };
   for (int k = 0; k < 6; ++k)
@@ -69,12 +75,14 @@ LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, 
 }
 
 template <class T>
-void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int n) {
-  registerKernel<T, DivSfs<T>>("Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)),
+void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int n, int zeroEvery = 0) {
+  registerKernel<T, DivSfs<T>>("Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)) +
+                                   (zeroEvery ? "_zeros" : ""),
                                table, plainSfs<T>, n, n,
                                [sf](DivSfs<T> fn, const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
                                  fn(a, as, b, bs, d, ds, s, sf);
-                               });
+                               },
+                               zeroEvery);
 }
 
 const int registered = [] {
@@ -84,6 +92,13 @@ const int registered = [] {
     registerKernel<Lum32f, Div32f>("Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, n, n,
                                    [](Div32f fn, const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds,
                                       LumSize s) { fn(a, as, b, bs, d, ds, s); });
+  }
+  // The other classes of scale factor, and zero divisors (one in 61) among the others.
+  for (const int n : {256, 4096}) {
+    for (int sf : {4, 12}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, n);
+    for (int sf : {-4, -12, 20}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, n);
+    registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, 0, n, 61);
+    registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, 0, n, 61);
   }
   return 0;
 }();

@@ -183,8 +183,8 @@ inline __m128i load8B(const void* p) { return _mm_loadl_epi64(static_cast<const 
 
 // ---- 8u: sixteen pixels a step --------------------------------------------------
 
-// b / max(a 2^scaleFactor, 2^-16), rounded; the packs saturate. kScaled: the
-// divisor is multiplied by 2^scaleFactor (k5; WordFloats scales for nothing).
+// b / max(a 2^scaleFactor, 2^-16), rounded; the packs saturate. kScaled: a
+// scale factor other than 0.
 #if LUM_BUILD >= 5
 template <bool kScaled>
 struct Div8uBlock {
@@ -209,8 +209,8 @@ struct Div8uBlock {
 };
 #else
 // Eight pixels at a time, from 8-byte loads, to keep within the eight
-// registers: the divisors through WordFloats (scaled), the dividends widened
-// and converted.
+// registers: the dividends widened and converted, the divisors too, or
+// through WordFloats where they are scaled.
 template <bool kScaled>
 struct Div8uBlock {
   static constexpr int kPixels = 16;
@@ -224,8 +224,10 @@ struct Div8uBlock {
     const __m128i aw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)), z);
     const __m128i bw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)), z);
     const __m128 x0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(bw, z)), x1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(bw, z));
-    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, _mm_max_ps(divisors.lo(aw), replacement)));
-    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, _mm_max_ps(divisors.hi(aw), replacement)));
+    const __m128 d0 = kScaled ? divisors.lo(aw) : _mm_cvtepi32_ps(_mm_unpacklo_epi16(aw, z));
+    const __m128 d1 = kScaled ? divisors.hi(aw) : _mm_cvtepi32_ps(_mm_unpackhi_epi16(aw, z));
+    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, _mm_max_ps(d0, replacement)));
+    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, _mm_max_ps(d1, replacement)));
     return _mm_packs_epi32(lo, hi);
   }
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
@@ -263,8 +265,8 @@ struct Div16sBlock {
   }
 };
 #else
-// The divisors through WordFloats (scaled), the dividends widened and
-// converted, which keeps within the eight registers.
+// The dividends widened and converted, the divisors too, or through
+// WordFloats where they are scaled, which keeps within the eight registers.
 template <bool kScaled>
 struct Div16sBlock {
   static constexpr int kPixels = 16;
@@ -273,14 +275,15 @@ struct Div16sBlock {
   WordFloats divisors;
   __m128i bias = _mm_set1_epi16(-32768);
   explicit Div16sBlock(int scaleFactor) : divisors(scaleFactor, 32768) {}
+  static __m128 lo32f(__m128i v) { return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16)); }
+  static __m128 hi32f(__m128i v) { return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16)); }
   Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a), bv = load16B(b);
     zeros.note(av);
     const __m128i ab = _mm_xor_si128(av, bias);
-    const __m128 x0 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(bv, bv), 16));
-    const __m128 x1 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(bv, bv), 16));
-    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, replaceZeroDivisor(divisors.lo(ab))));
-    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, replaceZeroDivisor(divisors.hi(ab))));
+    const __m128 d0 = kScaled ? divisors.lo(ab) : lo32f(av), d1 = kScaled ? divisors.hi(ab) : hi32f(av);
+    const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(lo32f(bv), replaceZeroDivisor(d0)));
+    const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(hi32f(bv), replaceZeroDivisor(d1)));
     store16B(d, _mm_packs_epi32(lo, hi));
     return zeros;
   }
@@ -345,7 +348,7 @@ struct Div16sShiftedBlock {
   }
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a);
-    zeros.note(av);
+    if (!kTies) zeros.note(av);  // else below: a zero divisor is a multiple of 2^(k+1) too
 #if LUM_BUILD >= 5
     const __m128 x0 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
     const __m128 x1 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b + 4)));
@@ -358,9 +361,11 @@ struct Div16sShiftedBlock {
     const __m128i bb = _mm_xor_si128(load16B(b), bias);
     const __m128i r = _mm_packs_epi32(floorHalfUp(dividends.lo(bb), a0), floorHalfUp(dividends.hi(bb), a1));
 #endif
-    const bool tieable =
-        kTies && _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(av, lowBits), _mm_setzero_si128())) != 0;
-    store16B(d, tieable ? evenAtTies(r, av, load16B(b)) : r);
+    if (kTies && _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(av, lowBits), _mm_setzero_si128())) != 0) {
+      zeros.note(av);
+      return store16B(d, evenAtTies(r, av, load16B(b))), zeros;
+    }
+    store16B(d, r);
     return zeros;
   }
 };
@@ -466,8 +471,7 @@ int ownlumsDiv_8u(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, 
     case DivCase::Ordinary:
       break;
   }
-  if constexpr (kBuild >= 5)  // an unscaled divisor saves a multiplication
-    if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<false>(0));
+  if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<false>(0));
   return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<true>(scaleFactor));
 }
 int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len, int scaleFactor) {
@@ -483,8 +487,7 @@ int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int l
     return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sShiftedBlock<false>(scaleFactor));
   if (scaleFactor < kDiv16sSingleFrom)
     return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sShiftedBlock<true>(scaleFactor));
-  if constexpr (kBuild >= 5)
-    if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sBlock<false>(0));
+  if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sBlock<false>(0));
   return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sBlock<true>(scaleFactor));
 }
 #endif

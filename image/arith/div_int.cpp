@@ -209,23 +209,21 @@ struct Div8uBlock {
 };
 #else
 // Eight pixels at a time, from 8-byte loads, to keep within the eight
-// registers: the dividends widened and converted, the divisors too, or
-// through WordFloats where they are scaled.
+// registers.
 template <bool kScaled>
 struct Div8uBlock {
   static constexpr int kPixels = 16;
   using T = Lum8u;
   using Zeros = ZeroBytes;
-  WordFloats divisors;
-  __m128 replacement = _mm_set1_ps(kZeroDivisor);
-  explicit Div8uBlock(int scaleFactor) : divisors(scaleFactor, 0) {}
+  __m128 scale, replacement = _mm_set1_ps(kZeroDivisor);
+  explicit Div8uBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
   __m128i eight(const T* a, const T* b) const {
     const __m128i z = _mm_setzero_si128();
     const __m128i aw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)), z);
     const __m128i bw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)), z);
     const __m128 x0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(bw, z)), x1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(bw, z));
-    const __m128 d0 = kScaled ? divisors.lo(aw) : _mm_cvtepi32_ps(_mm_unpacklo_epi16(aw, z));
-    const __m128 d1 = kScaled ? divisors.hi(aw) : _mm_cvtepi32_ps(_mm_unpackhi_epi16(aw, z));
+    __m128 d0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(aw, z)), d1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(aw, z));
+    if (kScaled) d0 = _mm_mul_ps(d0, scale), d1 = _mm_mul_ps(d1, scale);
     const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, _mm_max_ps(d0, replacement)));
     const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, _mm_max_ps(d1, replacement)));
     return _mm_packs_epi32(lo, hi);

@@ -21,6 +21,34 @@
 
 // The build's instruction sets: MMX and SSE in k1, SSE2 (k2..k4) and
 // SSE4.1 (k5) with all before them; nothing in k0.
+//
+// k1's MMX registers are the x87 registers: from the first MMX instruction
+// until EMMS every x87 value is a NaN. k1 does its scalar math on the x87,
+// and a float a function returns travels in an x87 register whatever the
+// optimisation, so in k1 MMX instructions occur only in leaf routines that
+// end their MMX use with EMMS before they return, and call nothing while
+// MMX state is live. Such a routine is LUM_MMX_LEAF, never inlined: inlined,
+// its MMX instructions could move past its EMMS into its caller (a constant
+// hoisted out of a loop, say). Whatever it uses while MMX state is live is
+// LUM_MMX_INLINE, always inlined in k1, which the compilers honour at every
+// optimisation level. Both mean nothing special in the other builds.
+//
+// Non-temporal stores are weakly ordered: every routine that streams ends
+// with a store fence before it returns, so that a thread that waits for the
+// caller's release store never reads stale pixels. The helpers that stream
+// are LUM_ALWAYS_INLINE, to keep each store in the routine that fences it.
+//
+// tests/check_vector_state.py proves both rules on every path of every
+// function of the built objects.
+#define LUM_ALWAYS_INLINE inline __attribute__((always_inline))
+#if LUM_BUILD == 1
+#define LUM_MMX_INLINE LUM_ALWAYS_INLINE
+#define LUM_MMX_LEAF __attribute__((noinline))
+#else
+#define LUM_MMX_INLINE inline
+#define LUM_MMX_LEAF
+#endif
+
 #if LUM_BUILD == 1
 #include <mmintrin.h>
 #include <xmmintrin.h>
@@ -56,7 +84,7 @@ constexpr int kBuild = LUM_BUILD;
 // Row y of an image operand. The arithmetic is done on unsigned addresses so
 // that negative and zero steps wrap exactly as the caller's pointers do.
 template <class T>
-inline T* rowAt(T* base, int step, int y) {
+LUM_MMX_INLINE T* rowAt(T* base, int step, int y) {
   return reinterpret_cast<T*>(reinterpret_cast<uintptr_t>(base) +
                               static_cast<uintptr_t>(y) * static_cast<uintptr_t>(step));
 }
@@ -66,18 +94,18 @@ inline T* rowAt(T* base, int step, int y) {
 // stores through these rather than dereferencing: the compiler then makes no
 // alignment assumption, neither here nor in loops it vectorises.
 template <class T>
-inline T loadPixel(const T* p) {
+LUM_MMX_INLINE T loadPixel(const T* p) {
   T v;
   __builtin_memcpy(&v, p, sizeof v);
   return v;
 }
 
 template <class T>
-inline void storePixel(T* p, T v) {
+LUM_MMX_INLINE void storePixel(T* p, T v) {
   __builtin_memcpy(p, &v, sizeof v);
 }
 
-inline bool isAligned(const void* p, uintptr_t alignment) {
+LUM_MMX_INLINE bool isAligned(const void* p, uintptr_t alignment) {
   return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
 }
 

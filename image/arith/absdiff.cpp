@@ -11,7 +11,9 @@
 // The kernels walk each row with one negative byte counter from the row's
 // end, so one index serves all three images: 32-byte blocks, then (8u)
 // 8-byte pieces, then single pixels. They differ on purpose in how they
-// store and prefetch: a region larger than the cache is written past it.
+// store and prefetch: a region larger than the cache is written past it,
+// and a kernel that streams ends with a store fence, so that a thread that
+// waits for the caller's next store never reads stale pixels.
 #include "image/arith/int_vec.h"
 
 LUM_BEGIN_BUILD
@@ -33,7 +35,7 @@ LumStatus absDiffChecks(const void* a, int aStep, const void* b, int bStep, cons
 
 // ---- One pixel ------------------------------------------------------------------
 
-inline Lum8u absDiff8u(Lum8u a, Lum8u b) {
+LUM_MMX_INLINE Lum8u absDiff8u(Lum8u a, Lum8u b) {
   const int ab = a > b ? a - b : 0, ba = b > a ? b - a : 0;
   return static_cast<Lum8u>(ab + ba);
 }
@@ -69,19 +71,22 @@ void absDiffGeneric(const T* a, int aStep, const T* b, int bStep, T* d, int dSte
 
 // ---- The vector kernels ---------------------------------------------------------------
 // A pixel type's registers: R holds kBytes bytes of pixels; diff() is the
-// absolute difference of two registers, pixel() of one pixel at any address.
+// absolute difference of two registers, pixel() of one pixel at any address,
+// end() leaves the registers (MMX in k1) free again. The row loop over them
+// is k1's MMX leaf routine for 8u, and fences what it streams (image/build.h).
 
 struct Bytes {
   using R = Vec;
   static constexpr int kBytes = kVecBytes, kPixelBytes = 1;
   static constexpr bool kEightByteStage = true;
-  static R load(const uint8_t* p, bool aligned) { return aligned ? vLoadAligned(p) : vLoad(p); }
-  static void store(uint8_t* p, R v, bool aligned) { aligned ? vStoreAligned(p, v) : vStore(p, v); }
-  static void stream(uint8_t* p, R v) { vStream(p, v); }
-  static R diff(R a, R b) { return vAdd8(vSubsU8(a, b), vSubsU8(b, a)); }
-  static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) { *d = absDiff8u(*a, *b); }
+  LUM_MMX_INLINE static R load(const uint8_t* p, bool aligned) { return aligned ? vLoadAligned(p) : vLoad(p); }
+  LUM_MMX_INLINE static void store(uint8_t* p, R v, bool aligned) { aligned ? vStoreAligned(p, v) : vStore(p, v); }
+  LUM_ALWAYS_INLINE static void stream(uint8_t* p, R v) { vStream(p, v); }
+  LUM_MMX_INLINE static R diff(R a, R b) { return vAdd8(vSubsU8(a, b), vSubsU8(b, a)); }
+  LUM_MMX_INLINE static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) { *d = absDiff8u(*a, *b); }
+  LUM_MMX_INLINE static void end() { vEnd(); }
   // The 8-byte stage: one MMX register in k1, the low half of one from k2 on.
-  static void eightBytes(const uint8_t* a, const uint8_t* b, uint8_t* d) {
+  LUM_MMX_INLINE static void eightBytes(const uint8_t* a, const uint8_t* b, uint8_t* d) {
 #if LUM_BUILD == 1
     vStore(d, diff(vLoad(a), vLoad(b)));
 #else
@@ -96,35 +101,37 @@ struct Floats {
   using R = __m128;
   static constexpr int kBytes = 16, kPixelBytes = 4;
   static constexpr bool kEightByteStage = false;
-  static R load(const uint8_t* p, bool aligned) {
+  LUM_MMX_INLINE static R load(const uint8_t* p, bool aligned) {
     const float* f = reinterpret_cast<const float*>(p);
     return aligned ? _mm_load_ps(f) : _mm_loadu_ps(f);
   }
-  static void store(uint8_t* p, R v, bool aligned) {
+  LUM_MMX_INLINE static void store(uint8_t* p, R v, bool aligned) {
     float* f = reinterpret_cast<float*>(p);
     aligned ? _mm_store_ps(f, v) : _mm_storeu_ps(f, v);
   }
-  static void stream(uint8_t* p, R v) { _mm_stream_ps(reinterpret_cast<float*>(p), v); }
-  static R diff(R a, R b) {
+  LUM_ALWAYS_INLINE static void stream(uint8_t* p, R v) { _mm_stream_ps(reinterpret_cast<float*>(p), v); }
+  LUM_MMX_INLINE static R diff(R a, R b) {
     return _mm_and_ps(_mm_sub_ps(a, b), _mm_set1_ps(__builtin_bit_cast(float, 0x7FFFFFFFu)));
   }
   // A single pixel in lane 0 of the blocks' own operation, so that
   // flush-to-zero and denormals-are-zero apply alike at every position.
-  static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) {
+  LUM_MMX_INLINE static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) {
     const R v = diff(_mm_set_ss(loadPixel(reinterpret_cast<const float*>(a))),
                      _mm_set_ss(loadPixel(reinterpret_cast<const float*>(b))));
     storePixel(reinterpret_cast<float*>(d), _mm_cvtss_f32(v));
   }
-  static void eightBytes(const uint8_t*, const uint8_t*, uint8_t*) {}
+  LUM_MMX_INLINE static void eightBytes(const uint8_t*, const uint8_t*, uint8_t*) {}
+  LUM_MMX_INLINE static void end() {}
 };
 
 // One body of a kernel over all rows: aligned loads and stores (every pointer
 // and step a multiple of 16) or unaligned ones, non-temporal stores in the
 // blocks or ordinary ones, both sources prefetched 64 bytes beyond the start
-// of each block or not.
+// of each block or not. A streaming body ends with a store fence; every body
+// leaves the registers free.
 template <class L, bool kAligned, bool kStream, bool kPrefetch>
-void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d, int dStep,
-                 int rowBytes, int height) {
+LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d,
+                              int dStep, int rowBytes, int height) {
   for (int y = 0; y < height; ++y) {
     const uint8_t* ra = rowAt(a, aStep, y) + rowBytes;
     const uint8_t* rb = rowAt(b, bStep, y) + rowBytes;
@@ -147,6 +154,8 @@ void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8
       for (; i <= -8; i += 8) L::eightBytes(ra + i, rb + i, rd + i);
     for (; i < 0; i += L::kPixelBytes) L::pixel(ra + i, rb + i, rd + i);
   }
+  if (kStream) _mm_sfence();
+  L::end();
 }
 
 // The two bodies of a kernel: every pointer and step a multiple of 16,
@@ -178,16 +187,15 @@ void absDiffRegion(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uin
                  int rowBytes, int height)
 
 #if LUM_BUILD == 1
-// Four MMX registers a block, streamed whatever the alignment; no fence.
+// Four MMX registers a block, streamed whatever the alignment, then fenced.
 LUM_ABSDIFF_KERNEL(ownAbsDiff_8u_C1R_K1) {
   absDiffRows<Bytes, false, true, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
-  vEnd();
   return lumStsNoErr;
 }
 #endif
 
 #if LUM_BUILD == 1 || LUM_BUILD == 3
-// Aligned rows streamed, unaligned ones stored; both prefetched; no fence.
+// Aligned rows streamed and fenced, unaligned ones stored; both prefetched.
 LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K1) {
   absDiffRegion<Floats, true, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
   return lumStsNoErr;
@@ -208,12 +216,10 @@ LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K2) {
   return lumStsNoErr;
 }
 
-// For larger ones: aligned rows streamed past the cache, no prefetch, and
-// one fence after the last row so the streamed stores are in order with
-// whatever the caller stores next.
+// For larger ones: aligned rows streamed past the cache and fenced after the
+// last row, no prefetch.
 LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K2_B) {
   absDiffRegion<Floats, true, false>(a, aStep, b, bStep, d, dStep, rowBytes, height);
-  _mm_sfence();
   return lumStsNoErr;
 }
 

@@ -16,10 +16,11 @@ namespace {
 struct Mul16sPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
-  Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
+  LUM_MMX_INLINE Mul16sPlainOp() {}
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero();
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     return vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
   }
 #endif
@@ -32,17 +33,17 @@ struct Mul16sRightShiftOp {
   static constexpr int kMinRow = kBuild == 1 ? 7 : 15;
   static constexpr int kBlock = kBuild == 1 ? 4 : 8;
   int s;
-  explicit Mul16sRightShiftOp(int shift) : s(shift) {}
-  Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
+  LUM_MMX_INLINE explicit Mul16sRightShiftOp(int shift) : s(shift) {}
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
 #if LUM_BUILD >= 1
   // The bit (p >> s) & 1 is taken as a mask: all ones where bit s of p is
   // set, subtracted to add 1 (one operation less than a shift by a count).
   Vec zero = vZero(), bitS = vSet32(1 << s), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
-  Vec round(Vec p) const {
+  LUM_MMX_INLINE Vec round(Vec p) const {
     const Vec odd = vCmpEq32(vAnd(p, bitS), bitS);
     return vShrS32(vSub32(vAdd32(p, bias), odd), shift);
   }
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
   }
 #endif
@@ -52,11 +53,12 @@ struct Mul16sRightShiftOp {
 struct Mul16sHalfOp {
   static constexpr int kMinRow = Mul16sRightShiftOp::kMinRow;
   static constexpr int kBlock = Mul16sRightShiftOp::kBlock;
-  Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
+  LUM_MMX_INLINE Mul16sHalfOp() {}
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet32(1);
-  Vec round(Vec p) const { return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1); }
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec round(Vec p) const { return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1); }
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
   }
 #endif
@@ -70,11 +72,11 @@ struct Mul16sLeftShiftOp {
   static constexpr int kMinRow = kBuild == 1 ? 11 : 15;
   static constexpr int kBlock = 8;
   int k;
-  explicit Mul16sLeftShiftOp(int shift) : k(shift) {}
-  Lum16s scalar(int a, int b) const { return mul16sLeftShift(a, b, k); }
+  LUM_MMX_INLINE explicit Mul16sLeftShiftOp(int shift) : k(shift) {}
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sLeftShift(a, b, k); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), shift = vCount(16 - k);
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Vec q = vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
     return vPackS32(vShrS32(vUnpackLo16(zero, q), shift), vShrS32(vUnpackHi16(zero, q), shift));
   }
@@ -86,10 +88,11 @@ struct Mul16sLeftShiftOp {
 struct Mul16sSignOnlyOp {
   static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
-  Lum16s scalar(int a, int b) const { return mul16sSignOnly(a, b); }
+  LUM_MMX_INLINE Mul16sSignOnlyOp() {}
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sSignOnly(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), cMax = vSet16(32767);
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Vec anyZero = vOr(vCmpEq16(a, zero), vCmpEq16(b, zero));
     const Vec differ = vShrS16By(vXor(a, b), 15);
     return vAndNot(anyZero, vXor(cMax, differ));
@@ -102,19 +105,19 @@ struct Mul16sSignOnlyOp {
 // ---- Row kernels (k1..k5) --------------------------------------------------------
 
 #if LUM_BUILD >= 1
-void ownsMul_16s(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+LUM_MMX_LEAF void ownsMul_16s(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
   mulRow(a, b, d, len, Mul16sPlainOp());
 }
-void ownsMul_16s_1Sfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+LUM_MMX_LEAF void ownsMul_16s_1Sfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
   mulRow(a, b, d, len, Mul16sHalfOp());
 }
-void ownsMul_16s_PosSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int s) {
+LUM_MMX_LEAF void ownsMul_16s_PosSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int s) {
   mulRow(a, b, d, len, Mul16sRightShiftOp(s));
 }
-void ownsMul_16s_NegSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int k) {
+LUM_MMX_LEAF void ownsMul_16s_NegSfs(const Lum16s* a, const Lum16s* b, Lum16s* d, int len, int k) {
   mulRow(a, b, d, len, Mul16sLeftShiftOp(k));
 }
-void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
+LUM_MMX_LEAF void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d, int len) {
   mulRow(a, b, d, len, Mul16sSignOnlyOp());
 }
 #endif

@@ -17,7 +17,7 @@ namespace {
 struct Products {
   Vec lo, hi;
 };
-inline Products products(Vec a, Vec b, Vec zero) {
+LUM_MMX_INLINE Products products(Vec a, Vec b, Vec zero) {
   return {vMulLo16(vUnpackLo8(a, zero), vUnpackLo8(b, zero)),
           vMulLo16(vUnpackHi8(a, zero), vUnpackHi8(b, zero))};
 }
@@ -31,10 +31,11 @@ inline Products products(Vec a, Vec b, Vec zero) {
 struct Mul8uPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
   static constexpr int kBlock = 16;
-  Lum8u scalar(int a, int b) const { return mul8uPlain(a, b); }
+  LUM_MMX_INLINE Mul8uPlainOp() {}
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uPlain(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255);
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products p = products(a, b, zero);
     return vPackUS16(vMin255U16(p.lo, c255), vMin255U16(p.hi, c255));
   }
@@ -45,11 +46,12 @@ struct Mul8uPlainOp {
 struct Mul8uHalfOp {
   static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
-  Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
+  LUM_MMX_INLINE Mul8uHalfOp() {}
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
-  Vec round(Vec p) const { return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1); }
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec round(Vec p) const { return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1); }
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products p = products(a, b, zero);
     return vPackUS16(round(p.lo), round(p.hi));
   }
@@ -68,19 +70,19 @@ struct Mul8uRightShiftOp {
   static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   int s;
-  explicit Mul8uRightShiftOp(int shift) : s(shift) {}
-  Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
+  LUM_MMX_INLINE explicit Mul8uRightShiftOp(int shift) : s(shift) {}
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
   Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vSet16(1 << (17 - s));
-  Vec round(Vec p) const {
+  LUM_MMX_INLINE Vec round(Vec p) const {
     const Vec h = vShrU16By(p, 1);
     const Vec l = vAnd(p, one);
     const Vec odd = vAnd(vMulHiU16(h, shiftRest), one);
     const Vec t = vShrU16By(vAdd16(vAdd16(l, bias), odd), 1);
     return vMulHiU16(vAdd16(h, t), shiftRest);
   }
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products p = products(a, b, zero);
     return vPackUS16(round(p.lo), round(p.hi));
   }
@@ -93,11 +95,11 @@ struct Mul8uLeftShiftOp {
   static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
   static constexpr int kBlock = 16;
   int k;
-  explicit Mul8uLeftShiftOp(int shift) : k(shift) {}
-  Lum8u scalar(int a, int b) const { return mul8uLeftShift(a, b, k); }
+  LUM_MMX_INLINE explicit Mul8uLeftShiftOp(int shift) : k(shift) {}
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uLeftShift(a, b, k); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255), shift = vCount(k);
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products p = products(a, b, zero);
     return vPackUS16(vShl16(vMin255U16(p.lo, c255), shift), vShl16(vMin255U16(p.hi, c255), shift));
   }
@@ -108,10 +110,11 @@ struct Mul8uLeftShiftOp {
 struct Mul8uSignOnlyOp {
   static constexpr int kMinRow = kBuild == 1 ? 23 : 47;
   static constexpr int kBlock = kBuild == 1 ? 16 : 32;
-  Lum8u scalar(int a, int b) const { return mul8uSignOnly(a, b); }
+  LUM_MMX_INLINE Mul8uSignOnlyOp() {}
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uSignOnly(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), ones = vCmpEq8(vZero(), vZero());
-  Vec vector(Vec a, Vec b) const {
+  LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     return vXor(vOr(vCmpEq8(a, zero), vCmpEq8(b, zero)), ones);
   }
 #endif
@@ -122,19 +125,19 @@ struct Mul8uSignOnlyOp {
 // ---- Row kernels (k1..k5) --------------------------------------------------------
 
 #if LUM_BUILD >= 1
-void ownsMul_8u(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+LUM_MMX_LEAF void ownsMul_8u(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
   mulRow(a, b, d, len, Mul8uPlainOp());
 }
-void ownsMul_8u_1Sfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+LUM_MMX_LEAF void ownsMul_8u_1Sfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
   mulRow(a, b, d, len, Mul8uHalfOp());
 }
-void ownsMul_8u_PosSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int s) {
+LUM_MMX_LEAF void ownsMul_8u_PosSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int s) {
   mulRow(a, b, d, len, Mul8uRightShiftOp(s));
 }
-void ownsMul_8u_NegSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int k) {
+LUM_MMX_LEAF void ownsMul_8u_NegSfs(const Lum8u* a, const Lum8u* b, Lum8u* d, int len, int k) {
   mulRow(a, b, d, len, Mul8uLeftShiftOp(k));
 }
-void ownsMul_8u_Bound(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
+LUM_MMX_LEAF void ownsMul_8u_Bound(const Lum8u* a, const Lum8u* b, Lum8u* d, int len) {
   mulRow(a, b, d, len, Mul8uSignOnlyOp());
 }
 #endif

@@ -6,6 +6,10 @@
 //                        longer ones in blocks of kBlock pixels
 //   scalar(a, b)         one pixel, through the rule of scale_rule.h
 //   vector(va, vb)       one register of pixels (k1..k5), of Lanes<T>
+// A row kernel (ownsMul_8u and the others) constructs its operation, whose
+// register constants it holds, and runs mulRow: in k1 one MMX leaf routine
+// (image/build.h), so the row driver, the operation's constructor and
+// methods and everything they use are LUM_MMX_INLINE.
 #ifndef LUM_IMAGE_ARITH_MUL_ROWS_H
 #define LUM_IMAGE_ARITH_MUL_ROWS_H
 
@@ -18,12 +22,12 @@ LUM_BEGIN_BUILD
 // One pixel of a case, read and written at any address: 16s rows may start
 // at odd ones.
 template <class T, class Op>
-inline void mulPixel(const T* a, const T* b, T* d, int i, const Op& op) {
+LUM_MMX_INLINE void mulPixel(const T* a, const T* b, T* d, int i, const Op& op) {
   storePixel(d + i, op.scalar(loadPixel(a + i), loadPixel(b + i)));
 }
 
 template <class T, class Op>
-inline void mulScalarRow(const T* a, const T* b, T* d, int from, int to, const Op& op) {
+LUM_MMX_INLINE void mulScalarRow(const T* a, const T* b, T* d, int from, int to, const Op& op) {
   for (int i = from; i < to; ++i) mulPixel(a, b, d, i, op);
 }
 
@@ -35,26 +39,26 @@ inline void mulScalarRow(const T* a, const T* b, T* d, int from, int to, const O
 template <class T>
 struct Lanes {
   static constexpr int kBytes = kVecBytes;
-  static Vec load(const T* p) { return vLoad(p); }
-  static Vec loadAligned(const T* p) { return vLoadAligned(p); }
-  static void store(T* p, Vec v) { vStore(p, v); }
-  static void storeAligned(T* p, Vec v) { vStoreAligned(p, v); }
-  static void end() { vEnd(); }
+  LUM_MMX_INLINE static Vec load(const T* p) { return vLoad(p); }
+  LUM_MMX_INLINE static Vec loadAligned(const T* p) { return vLoadAligned(p); }
+  LUM_MMX_INLINE static void store(T* p, Vec v) { vStore(p, v); }
+  LUM_MMX_INLINE static void storeAligned(T* p, Vec v) { vStoreAligned(p, v); }
+  LUM_MMX_INLINE static void end() { vEnd(); }
 };
 
 template <>
 struct Lanes<Lum32f> {
   static constexpr int kBytes = 16;
-  static __m128 load(const Lum32f* p) { return _mm_loadu_ps(p); }
-  static __m128 loadAligned(const Lum32f* p) { return _mm_load_ps(p); }
-  static void store(Lum32f* p, __m128 v) { _mm_storeu_ps(p, v); }
-  static void storeAligned(Lum32f* p, __m128 v) { _mm_store_ps(p, v); }
-  static void end() {}
+  LUM_MMX_INLINE static __m128 load(const Lum32f* p) { return _mm_loadu_ps(p); }
+  LUM_MMX_INLINE static __m128 loadAligned(const Lum32f* p) { return _mm_load_ps(p); }
+  LUM_MMX_INLINE static void store(Lum32f* p, __m128 v) { _mm_storeu_ps(p, v); }
+  LUM_MMX_INLINE static void storeAligned(Lum32f* p, __m128 v) { _mm_store_ps(p, v); }
+  LUM_MMX_INLINE static void end() {}
 };
 
 // Whole blocks from pixel i on; returns the first pixel not done.
 template <bool kAlignedA, bool kAlignedB, bool kAlignedD, class T, class Op>
-inline int mulBlocks(const T* a, const T* b, T* d, int i, int len, const Op& shared) {
+LUM_MMX_INLINE int mulBlocks(const T* a, const T* b, T* d, int i, int len, const Op& shared) {
   // A private copy: byte stores through d may alias the caller's operation,
   // which would make the compiler reload its constants on every block.
   const Op op = shared;
@@ -82,7 +86,7 @@ inline int mulBlocks(const T* a, const T* b, T* d, int i, int len, const Op& sha
 // destination that is not even pixel-aligned can never be brought to a
 // register boundary and is stored unaligned throughout.
 template <class T, class Op>
-inline void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
+LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
   using L = Lanes<T>;
   if (len < Op::kMinRow) {
     mulScalarRow(a, b, d, 0, len, op);
@@ -125,7 +129,8 @@ inline void mulRow(const T* a, const T* b, T* d, int len, const Op& op) {
 // and the destination rows do not overlap.
 // Both are generic lambdas, so that the generic build never names a kernel
 // it does not have, and the vector builds never build an operation's
-// register constants outside a kernel (which clears the MMX state in k1).
+// register constants outside a kernel (k1's kernels are the MMX leaf
+// routines that end the MMX state).
 template <class T, class MakeOp, class Kernel>
 inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst,
                          int dstStep, LumSize roiSize, const MakeOp& makeOp, const Kernel& kernel,

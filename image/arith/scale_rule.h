@@ -4,6 +4,9 @@
 // short rows, prologues and tails of the vector kernels) computes its pixels
 // through these functions; the vector kernels are tested against them.
 //
+// LUM_MMX_INLINE: the vector kernels run these on their short rows, prologues
+// and tails while their MMX constants are live in k1 (image/build.h).
+//
 // Included by per-build sources after image/build.h.
 #ifndef LUM_IMAGE_ARITH_SCALE_RULE_H
 #define LUM_IMAGE_ARITH_SCALE_RULE_H
@@ -14,8 +17,8 @@ LUM_BEGIN_BUILD
 
 // ---- Saturation ------------------------------------------------------------
 
-inline int saturate8u(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
-inline int saturate16s(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 : v); }
+LUM_MMX_INLINE int saturate8u(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+LUM_MMX_INLINE int saturate16s(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 : v); }
 
 // ---- Rounding right shifts ---------------------------------------------------
 
@@ -23,12 +26,12 @@ inline int saturate16s(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 
 // sign of p (the shift is arithmetic): adding 2^(s-1) - 1 rounds ties down,
 // and the lowest kept bit pushes the odd ones up. The sum stays inside 32
 // bits for every product of two 16-bit pixels and s <= 30.
-inline int shiftRoundHalfEven(int p, int s) {
+LUM_MMX_INLINE int shiftRoundHalfEven(int p, int s) {
   return (p + ((1 << (s - 1)) - 1) + ((p >> s) & 1)) >> s;
 }
 
 // The same for s = 1, where the constant vanishes.
-inline int shiftRoundHalfEven1(int p) { return (p + ((p >> 1) & 1)) >> 1; }
+LUM_MMX_INLINE int shiftRoundHalfEven1(int p) { return (p + ((p >> 1) & 1)) >> 1; }
 
 // ---- Which computation a scale factor needs -----------------------------------
 
@@ -53,17 +56,17 @@ constexpr int kMul16sSignOnlyBelow = -14;
 
 // The tests run in this order: zero, negative (sign-only below the bound),
 // above the fill bound, one, the rest.
-inline MulCase mulCase(int scaleFactor, int zeroAbove, int signOnlyBelow) {
+LUM_MMX_INLINE MulCase mulCase(int scaleFactor, int zeroAbove, int signOnlyBelow) {
   if (scaleFactor == 0) return MulCase::Plain;
   if (scaleFactor < 0) return scaleFactor < signOnlyBelow ? MulCase::SignOnly : MulCase::LeftShift;
   if (scaleFactor > zeroAbove) return MulCase::Zero;
   if (scaleFactor == 1) return MulCase::Half;
   return MulCase::RightShift;
 }
-inline MulCase mulCase8u(int scaleFactor) {
+LUM_MMX_INLINE MulCase mulCase8u(int scaleFactor) {
   return mulCase(scaleFactor, kMul8uZeroAbove, kMul8uSignOnlyBelow);
 }
-inline MulCase mulCase16s(int scaleFactor) {
+LUM_MMX_INLINE MulCase mulCase16s(int scaleFactor) {
   return mulCase(scaleFactor, kMul16sZeroAbove, kMul16sSignOnlyBelow);
 }
 
@@ -71,34 +74,34 @@ inline MulCase mulCase16s(int scaleFactor) {
 // a and b are the source pixels; s is the right shift (2..16 / 2..30), k the
 // left shift (1..7 / 1..14).
 
-inline Lum8u mul8uPlain(int a, int b) { return static_cast<Lum8u>(saturate8u(a * b)); }
-inline Lum8u mul8uHalf(int a, int b) {
+LUM_MMX_INLINE Lum8u mul8uPlain(int a, int b) { return static_cast<Lum8u>(saturate8u(a * b)); }
+LUM_MMX_INLINE Lum8u mul8uHalf(int a, int b) {
   return static_cast<Lum8u>(saturate8u(shiftRoundHalfEven1(a * b)));
 }
-inline Lum8u mul8uRightShift(int a, int b, int s) {
+LUM_MMX_INLINE Lum8u mul8uRightShift(int a, int b, int s) {
   return static_cast<Lum8u>(saturate8u(shiftRoundHalfEven(a * b, s)));
 }
 // The product is below 2^16 and k <= 7, so the shift stays below 2^23.
-inline Lum8u mul8uLeftShift(int a, int b, int k) {
+LUM_MMX_INLINE Lum8u mul8uLeftShift(int a, int b, int k) {
   return static_cast<Lum8u>(saturate8u((a * b) << k));
 }
 // Every nonzero product saturates: 255 exactly where both pixels are nonzero.
-inline Lum8u mul8uSignOnly(int a, int b) { return (a != 0 && b != 0) ? 255 : 0; }
+LUM_MMX_INLINE Lum8u mul8uSignOnly(int a, int b) { return (a != 0 && b != 0) ? 255 : 0; }
 
-inline Lum16s mul16sPlain(int a, int b) { return static_cast<Lum16s>(saturate16s(a * b)); }
-inline Lum16s mul16sHalf(int a, int b) {
+LUM_MMX_INLINE Lum16s mul16sPlain(int a, int b) { return static_cast<Lum16s>(saturate16s(a * b)); }
+LUM_MMX_INLINE Lum16s mul16sHalf(int a, int b) {
   return static_cast<Lum16s>(saturate16s(shiftRoundHalfEven1(a * b)));
 }
-inline Lum16s mul16sRightShift(int a, int b, int s) {
+LUM_MMX_INLINE Lum16s mul16sRightShift(int a, int b, int s) {
   return static_cast<Lum16s>(saturate16s(shiftRoundHalfEven(a * b, s)));
 }
 // Clamping first keeps the shifted value inside 32 bits (|v| <= 2^15, k <= 14)
 // and gives the same saturated result as shifting the exact product.
-inline Lum16s mul16sLeftShift(int a, int b, int k) {
+LUM_MMX_INLINE Lum16s mul16sLeftShift(int a, int b, int k) {
   return static_cast<Lum16s>(saturate16s(saturate16s(a * b) * (1 << k)));
 }
 // 0 when either pixel is 0, otherwise the saturated value of the product's sign.
-inline Lum16s mul16sSignOnly(int a, int b) {
+LUM_MMX_INLINE Lum16s mul16sSignOnly(int a, int b) {
   if (a == 0 || b == 0) return 0;
   return static_cast<Lum16s>((a ^ b) < 0 ? -32768 : 32767);
 }

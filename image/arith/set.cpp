@@ -28,7 +28,8 @@ inline void setBytes(PatternBytes pat, uint8_t* p, size_t n) {
   for (size_t i = 0; i < n; ++i) p[i] = pat.at(i);
 }
 
-inline PatternBytes turned(PatternBytes pat) { return PatternBytes{{pat.b[1], pat.b[0]}}; }
+// LUM_MMX_INLINE: k1's row writer turns the pattern while its MMX pattern is live.
+LUM_MMX_INLINE PatternBytes turned(PatternBytes pat) { return PatternBytes{{pat.b[1], pat.b[0]}}; }
 
 #if LUM_BUILD >= 2
 
@@ -38,8 +39,9 @@ inline __m128i turnedByOne(__m128i v) {
 
 // Row writer: n bytes from p. Short rows with up to three unaligned 16-byte
 // stores; longer ones with one unaligned store that covers the way to the
-// next 16-byte boundary, then aligned 64-byte blocks (streamed and fenced
-// when `stream`), then up to three 16-byte stores and single bytes.
+// next 16-byte boundary, then aligned 64-byte blocks (streamed when
+// `stream`, and fenced right after them), then up to three 16-byte stores
+// and single bytes.
 void setRow(__m128i pattern, PatternBytes pat, uint8_t* p, size_t n, bool stream) {
   if (n >= 64) {
     const size_t misaligned = reinterpret_cast<uintptr_t>(p) & 15;
@@ -61,6 +63,8 @@ void setRow(__m128i pattern, PatternBytes pat, uint8_t* p, size_t n, bool stream
         _mm_stream_si128(q + 2, pattern);
         _mm_stream_si128(q + 3, pattern);
       }
+      // Streamed stores are weakly ordered: make them visible before returning.
+      _mm_sfence();
     } else {
       for (; n >= 64; n -= 64, q += 4) {
         _mm_store_si128(q, pattern);
@@ -74,8 +78,6 @@ void setRow(__m128i pattern, PatternBytes pat, uint8_t* p, size_t n, bool stream
   for (int k = 0; k < 3 && n >= 16; ++k, p += 16, n -= 16)
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), pattern);
   setBytes(pat, p, n);
-  // Streamed stores are weakly ordered: make them visible before returning.
-  if (stream) _mm_sfence();
 }
 
 #elif LUM_BUILD == 1
@@ -87,7 +89,7 @@ typedef __m64 Unaligned64 __attribute__((aligned(1), may_alias));
 // 8-byte boundary, 64-byte blocks of eight streamed stores, streamed 8-byte
 // stores, single bytes. Each row ends with a store fence and leaves the MMX
 // registers free for the x87 unit.
-void setRow(PatternBytes pat, uint8_t* p, size_t n) {
+LUM_MMX_LEAF void setRow(PatternBytes pat, uint8_t* p, size_t n) {
   if (n >= 8) {
     const short value = static_cast<short>(pat.b[0] | (pat.b[1] << 8));
     __m64 pattern = _mm_set1_pi16(value);

@@ -115,9 +115,10 @@ inline T roundedOne(const Lum32f* p, __m128 m, __m128 max) {
 
 #if LUM_BUILD == 1
 
-// Two lanes at a time into MMX integers, narrowed there with saturation.
+// Two lanes at a time into MMX integers, narrowed there with saturation: one
+// MMX leaf routine (image/build.h), ended by EMMS.
 template <bool kAligned, bool kScaled>
-int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m) {
+LUM_MMX_LEAF int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m) {
   const __m128 max = _mm_set1_ps(255.0f);
   int i = 0;
   for (; i + 8 <= len; i += 8) {

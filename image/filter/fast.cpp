@@ -14,13 +14,20 @@
 // are therefore the same bits on either path, and the integer conversion
 // (nearest, ties to even, saturated, NaN 0) is the direct loop's rule too.
 //
-// 32f (and 16s in k1, where no SSE2 conversion exists): the whole band at
-// once, a row at a time: single outputs until the source is aligned to a
-// whole vector, then eight outputs a step from aligned loads, the window's
-// columns shifted into place by shuffles; the last outputs four and one at a
-// time. 8u, and 16s from k2 on: the row-pair scheme, each source row widened
-// once for two destination rows, the rows' sums kept in two float rows of
-// the scratch and converted when complete.
+// 32f: the whole band at once, a row at a time: single outputs until the
+// source is aligned to a whole vector, then eight outputs a step from
+// aligned loads, the window's columns shifted into place by shuffles; the
+// last outputs four and one at a time. 8u and 16s: the row-pair scheme, each
+// source row read once for two destination rows, the rows' sums kept in two
+// float rows of the scratch and converted when complete.
+//
+// k1 widens and narrows integers through MMX, whose state must end before
+// any x87 instruction (image/build.h). Its row-pair scheme therefore widens
+// each source row into a float row of the scratch first (widenRow, one MMX
+// leaf routine), runs the row routines on that float row with SSE alone, and
+// narrows 16s sums in one more leaf (narrowRow), under the caller's SSE
+// rounding as k1 always has; 8u sums go through the conversion every build
+// uses.
 #include "image/build.h"
 
 #if LUM_BUILD >= 1
@@ -69,7 +76,7 @@ inline __m128 addProductOne(__m128 acc, __m128 pixel, const Lum32f* k) {
   return _mm_add_ss(acc, _mm_mul_ss(pixel, _mm_load_ss(k)));
 }
 
-// ---- Whole-band routines (32f; 16s in k1) ------------------------------------------------------------
+// ---- Whole-band routines (32f) ---------------------------------------------------------------------
 
 template <int N>
 struct Int {
@@ -142,28 +149,13 @@ inline __m128 oneOutput(const T* s, int srcStep, const Lum32f* mirrored, int kw,
   return acc;
 }
 
-// Sums written out. 32f as they are; 16s (k1) converted to 32-bit integers
-// under the caller's SSE rounding, which the kernel bound keeps in range,
-// then saturated; a NaN sum is masked to 0 first, as the direct loop makes
-// it.
+// Sums written out.
 inline void storeFour(Lum32f* d, __m128 sums) { _mm_storeu_ps(d, sums); }
 inline void storeOne(Lum32f* d, __m128 sum) {
   float v;
   _mm_store_ss(&v, sum);
   storePixel(d, v);
 }
-inline __m128 nanToZero(__m128 v) { return _mm_and_ps(v, _mm_cmpord_ps(v, v)); }
-#if LUM_BUILD == 1
-inline void storeFour(Lum16s* d, __m128 sums) {
-  sums = nanToZero(sums);
-  const __m64 v = _mm_packs_pi32(_mm_cvtps_pi32(sums), _mm_cvtps_pi32(_mm_movehl_ps(sums, sums)));
-  __builtin_memcpy(d, &v, 8);
-}
-inline void storeOne(Lum16s* d, __m128 sum) {
-  const int n = _mm_cvtss_si32(nanToZero(sum));
-  storePixel(d, static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n));
-}
-#endif
 
 template <class T>
 void onePoint(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T* d) {
@@ -189,12 +181,11 @@ void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, in
     for (; x + 4 <= width; x += 4) storeFour(d + x, fourOutputs(s + x, srcStep, mirrored, kw, kh));
     for (; x < width; ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
   }
-  endVectorState();
 }
 
 // Fills the scratch with the mirrored kernel, then computes the band, or
 // declines (0) for a kernel narrower than 3 or a window whose rows do not
-// all start on a whole pixel's boundary (4 bytes for 32f, 2 for 16s).
+// all start on a whole pixel's boundary.
 template <class T>
 int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* kLast, int kw, int kh,
               Lum32f* scratch) {
@@ -217,7 +208,7 @@ int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int hei
   return 1;
 }
 
-// ---- Row routines of the row-pair scheme (8u; 16s from k2 on) -------------------------------------
+// ---- Row routines of the row-pair scheme (8u and 16s; in k1 their float rows) ---------------------
 // A source row times one or two kernel rows into accumulator rows (16-byte
 // aligned, whole vectors): eight outputs a step, then four, then one. An
 // accumulator either starts at 0 (kStore) or goes on from what it holds.
@@ -249,7 +240,6 @@ void aRow(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw) {
     for (int c = 0; c < w; ++c) a = addProductOne(a, onePixel(src + x + c), kRow + 4 * c);
     _mm_store_ss(acc + x, a);
   }
-  endVectorState();
 }
 
 template <int KW, bool kStoreB, class T>
@@ -283,7 +273,6 @@ void bRow(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRo
     }
     _mm_store_ss(accA + x, a), _mm_store_ss(accB + x, b);
   }
-  endVectorState();
 }
 
 template <int KW, class T>
@@ -313,8 +302,54 @@ RowRoutines<T> rowRoutines(int kw) {
   }
 }
 
+// ---- The row-pair scheme ----------------------------------------------------------------------------
+// The rows the row routines read: the source rows themselves from k2 on; in
+// k1 each widened first into a float row of the scratch, as long as the
+// outputs' windows span (width + kw - 1 pixels).
+#if LUM_BUILD == 1
+template <class T>
+using RowOf = Lum32f;
+#else
+template <class T>
+using RowOf = T;
+#endif
+
+long long wideRowFloats(int width, int kw) { return kBuild == 1 ? static_cast<long long>(width) + kw - 1 : 0; }
+
+struct SourceRows {
+  Lum32f* wide;
+  int span;
+  template <class T>
+  const RowOf<T>* operator()(const T* row) const {
+#if LUM_BUILD == 1
+    widenRow(row, wide, span);
+    return wide;
+#else
+    return row;
+#endif
+  }
+};
+
 inline void convertRow(const Lum32f* sums, Lum8u* d, int width) { lumsConvert_32f8u_Sfs(sums, d, width, 1, 0); }
-#if LUM_BUILD >= 2
+#if LUM_BUILD == 1
+// NaN to 0, then to 32-bit integers under the caller's SSE rounding (the
+// kernel bound keeps every sum in range) and to 16 bits with saturation:
+// four a step through MMX, in one leaf routine, the rest after its EMMS.
+LUM_MMX_INLINE __m128 nanToZero(__m128 v) { return _mm_and_ps(v, _mm_cmpord_ps(v, v)); }
+LUM_MMX_LEAF void narrowRow(const Lum32f* sums, Lum16s* d, int width) {
+  int x = 0;
+  for (; x + 4 <= width; x += 4) {
+    const __m128 v = nanToZero(_mm_load_ps(sums + x));
+    vStore(d + x, _mm_packs_pi32(_mm_cvtps_pi32(v), _mm_cvtps_pi32(_mm_movehl_ps(v, v))));
+  }
+  _mm_empty();
+  for (; x < width; ++x) {
+    const int n = _mm_cvtss_si32(nanToZero(_mm_load_ss(sums + x)));
+    storePixel(d + x, static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n));
+  }
+}
+inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { narrowRow(sums, d, width); }
+#else
 inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { lumsConvert_32f16s_Sfs(sums, d, width, 1, 0); }
 #endif
 
@@ -324,26 +359,27 @@ inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { lumsConvert_3
 template <class T>
 bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kLast, LumSize ks) {
   const int width = band.width, kw = ks.width, kh = ks.height;
-  const Scratch scratch(kernelFloats(ks) + 2LL * width + 7);
+  const Scratch scratch(kernelFloats(ks) + 2LL * width + 7 + wideRowFloats(width, kw));
   Lum32f* const mirrored = scratch.get();
   if (mirrored == nullptr) return false;
   mirrorKernel(kLast, kw * kh, mirrored);
   Lum32f* const a = mirrored + kernelFloats(ks);
   Lum32f* const b = a + ((width + 3) & ~3);
-  const RowRoutines<T> rows = rowRoutines<T>(kw);
+  const SourceRows source{b + ((width + 3) & ~3), width + kw - 1};
+  const RowRoutines<RowOf<T>> rows = rowRoutines<RowOf<T>>(kw);
   int y = 0;
   for (; y + 2 <= band.height; y += 2) {
     const T* const s = rowAt(win, srcStep, y);
-    rows.a(s, a, width, kernelRow(mirrored, 0, kw), kw, 0);
+    rows.a(source(s), a, width, kernelRow(mirrored, 0, kw), kw, 0);
     for (int k = 1; k < kh; ++k)
-      rows.b(rowAt(s, srcStep, k), a, b, width, kernelRow(mirrored, k, kw), kernelRow(mirrored, k - 1, kw), kw, k);
-    rows.a(rowAt(s, srcStep, kh), b, width, kernelRow(mirrored, kh - 1, kw), kw, kh - 1);
+      rows.b(source(rowAt(s, srcStep, k)), a, b, width, kernelRow(mirrored, k, kw), kernelRow(mirrored, k - 1, kw), kw, k);
+    rows.a(source(rowAt(s, srcStep, kh)), b, width, kernelRow(mirrored, kh - 1, kw), kw, kh - 1);
     convertRow(a, rowAt(dst, dstStep, y), width);
     convertRow(b, rowAt(dst, dstStep, y + 1), width);
   }
   if (y < band.height) {
     const T* const s = rowAt(win, srcStep, y);
-    for (int k = 0; k < kh; ++k) rows.a(rowAt(s, srcStep, k), a, width, kernelRow(mirrored, k, kw), kw, k);
+    for (int k = 0; k < kh; ++k) rows.a(source(rowAt(s, srcStep, k)), a, width, kernelRow(mirrored, k, kw), kw, k);
     convertRow(a, rowAt(dst, dstStep, y), width);
   }
   return true;
@@ -378,15 +414,14 @@ void ownOnePoint_32f_C1R(const Lum32f* pSrc, int srcStep, const Lum32f* pMirrore
 }
 
 #if LUM_BUILD == 1
-int ownFilter32f_16s_C1R(const Lum16s* pSrc, int srcStep, Lum16s* pDst, int dstStep, int width, int height,
-                         const Lum32f* pKernelLast, int kw, int kh, Lum32f* pScratch) {
-  return wholeBand(pSrc, srcStep, pDst, dstStep, width, height, pKernelLast, kw, kh, pScratch);
+void ownAFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+  rowRoutines<Lum32f>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
-void ownOnePoint32f_16s_C1R(const Lum16s* pSrc, int srcStep, const Lum32f* pMirrored, int kw, int kh, Lum16s* pDst) {
-  onePoint(pSrc, srcStep, pMirrored, kw, kh, pDst);
+void ownBFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
+                           const Lum32f* pKernelRowKm1, int kw, int k) {
+  rowRoutines<Lum32f>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
 }
-#endif
-
+#else
 void ownAFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
   rowRoutines<Lum8u>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
@@ -394,7 +429,6 @@ void ownBFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pA, Lum32f* pB, int widt
                              const Lum32f* pKernelRowKm1, int kw, int k) {
   rowRoutines<Lum8u>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
 }
-#if LUM_BUILD >= 2
 void ownAFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
   rowRoutines<Lum16s>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
@@ -412,11 +446,12 @@ bool ownFilterFastBand(const Lum8u* win, int srcStep, Lum8u* dst, int dstStep, L
 bool ownFilterFastBand(const Lum16s* win, int srcStep, Lum16s* dst, int dstStep, LumSize band, const Lum32f* kLast,
                        LumSize ks) {
   if (!wideEnough(band, ks) || !within16sBound(kLast, ks)) return false;
-#if LUM_BUILD == 1
-  return wholeBandWithScratch<Lum16s, ownFilter32f_16s_C1R>(win, srcStep, dst, dstStep, band, kLast, ks);
-#else
+  // k1's 16s vector path takes windows on the pixel grid only: one whose
+  // rows do not all start on a whole pixel's boundary goes to its direct
+  // loop, whose extended-precision sums it then gets, as before the rows
+  // were widened.
+  if (kBuild == 1 && (!isAligned(win, 2) || srcStep % 2 != 0)) return false;
   return rowPairs(win, srcStep, dst, dstStep, band, kLast, ks);
-#endif
 }
 
 bool ownFilterFastBand(const Lum32f* win, int srcStep, Lum32f* dst, int dstStep, LumSize band, const Lum32f* kLast,

@@ -1,13 +1,20 @@
-// Source pixels as floats for the filters' SSE paths (builds k1..k5): one
-// pixel in lane 0, four or eight neighbours in one or two registers, at any
-// address. Widening is exact: bytes and shorts are small integers. k1 widens
-// through MMX and must leave its state with endVectorState().
+// Source pixels as floats for the filters' SSE paths (builds k1..k5).
+// Widening is exact: bytes and shorts are small integers.
+//
+// From k2 on: one pixel in lane 0, four or eight neighbours in one or two
+// registers, at any address, widened where they are used. k1 has no SSE2
+// integer registers and widens through MMX, whose state must end before any
+// x87 instruction (image/build.h): it widens a whole source row into a float
+// row at once, in one leaf routine (widenRow), and the filters then read
+// that row through the float forms here.
 #ifndef LUM_IMAGE_FILTER_WIDEN_H
 #define LUM_IMAGE_FILTER_WIDEN_H
 
 #include "image/build.h"
 
 #if LUM_BUILD >= 1
+
+#include "image/arith/int_vec.h"
 
 LUM_BEGIN_BUILD
 
@@ -21,26 +28,34 @@ inline __m128 onePixel(const Lum8u* p) { return _mm_cvtsi32_ss(_mm_setzero_ps(),
 
 inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
 inline __m128 alignedFour(const Lum32f* p) { return _mm_load_ps(p); }
+inline void eightPixels(const Lum32f* p, __m128& lo, __m128& hi) { lo = _mm_loadu_ps(p), hi = _mm_loadu_ps(p + 4); }
 
 #if LUM_BUILD == 1
 
-inline __m64 eightBytes(const void* p) {
-  __m64 v;
-  __builtin_memcpy(&v, p, 8);
-  return v;
+// len pixels from src into dst (16-byte aligned), in one MMX leaf routine:
+// eight bytes or four shorts a step, extended to 32-bit lanes (bytes with
+// zero, shorts with their sign) and converted two lanes at a time; then
+// EMMS, and the last few pixels after it.
+LUM_MMX_LEAF inline void widenRow(const Lum8u* src, Lum32f* dst, int len) {
+  const __m64 zero = _mm_setzero_si64();
+  int i = 0;
+  for (; i + 8 <= len; i += 8) {
+    const __m64 v = vLoad(src + i), lo = _mm_unpacklo_pi8(v, zero), hi = _mm_unpackhi_pi8(v, zero);
+    _mm_store_ps(dst + i, _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(lo, zero), _mm_unpackhi_pi16(lo, zero)));
+    _mm_store_ps(dst + i + 4, _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(hi, zero), _mm_unpackhi_pi16(hi, zero)));
+  }
+  _mm_empty();
+  for (; i < len; ++i) storePixel(dst + i, static_cast<Lum32f>(loadPixel(src + i)));
 }
-inline __m128 fourPixels(const Lum16s* p) { return _mm_cvtpi16_ps(eightBytes(p)); }
-inline __m128 alignedFour(const Lum16s* p) { return fourPixels(p); }
-inline __m128 fourPixels(const Lum8u* p) {
-  int32_t bits;
-  __builtin_memcpy(&bits, p, 4);
-  return _mm_cvtpu8_ps(_mm_cvtsi32_si64(bits));
+LUM_MMX_LEAF inline void widenRow(const Lum16s* src, Lum32f* dst, int len) {
+  int i = 0;
+  for (; i + 4 <= len; i += 4) {
+    const __m64 v = vLoad(src + i), sign = _mm_cmpgt_pi16(_mm_setzero_si64(), v);
+    _mm_store_ps(dst + i, _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(v, sign), _mm_unpackhi_pi16(v, sign)));
+  }
+  _mm_empty();
+  for (; i < len; ++i) storePixel(dst + i, static_cast<Lum32f>(loadPixel(src + i)));
 }
-inline void eightPixels(const Lum8u* p, __m128& lo, __m128& hi) {
-  const __m64 v = eightBytes(p);
-  lo = _mm_cvtpu8_ps(v), hi = _mm_cvtpu8_ps(_mm_srli_si64(v, 32));
-}
-inline void endVectorState() { _mm_empty(); }
 
 #else
 
@@ -80,7 +95,6 @@ inline void eightPixels(const Lum16s* p, __m128& lo, __m128& hi) {
   hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));
 #endif
 }
-inline void endVectorState() {}
 
 #endif
 

@@ -14,7 +14,7 @@
 set -euo pipefail
 
 packages=(
-  g++-multilib cmake ninja-build pkg-config qemu-user binutils
+  g++-multilib cmake ninja-build pkg-config qemu-user binutils python3
   libgtest-dev:i386 libbenchmark-dev:i386 libgomp1:i386
   lib32asan8 lib32ubsan1
 )

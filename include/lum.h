@@ -426,8 +426,9 @@ LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    allowed.
    Builds: the same pixels under the default floating-point settings, with
    these exceptions. Where both pixels are NaN, k1..k5 keep the first one's
-   payload and k0 the second's (0x7FC00001 * 0x7FC00002 is 0x7FC00001 in
-   k1..k5, 0x7FC00002 in k0). k1..k5 multiply on the SSE unit under MXCSR
+   payload, quieted, and k0 one of the two: the x87 unit picks by payload
+   (0x7FC00001 * 0x7FC00002 is 0x7FC00001 in k1..k5, 0x7FC00002 in k0, and
+   so is 0x7FC00002 * 0x7FC00001 in every build). k1..k5 multiply on the SSE unit under MXCSR
    (its rounding, flush-to-zero and denormals-are-zero); k0 multiplies on the
    x87 unit under the x87 control word's rounding and precision and ignores
    MXCSR, so under a caller's 24-bit x87 precision a product in the denormal
@@ -453,10 +454,15 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
    word, ignoring MXCSR. So under a directed rounding mode k0 may differ in
    the last bit (|3e-8 - 1| rounded up: 0x3F800000 in k0, 0x3F7FFFFF in
    k1..k5), k0 ignores flush-to-zero and denormals-are-zero, and where both
-   pixels are NaN k1..k5 keep the first one's payload and k0 the second's.
-   Large 32f regions (the three images together at
-   least the largest cache, lumGetMaxCacheSizeB) are written with streaming
-   stores in k2, k4 and k5, which keeps the destination out of the cache.
+   pixels are NaN k1..k5 keep the first one's payload and k0 one of the two
+   (the x87 unit picks by payload).
+   Streaming stores, which keep the destination out of the cache: k1 writes
+   8u regions so, k1 and k3 the rows of 32f regions whose pointers and steps
+   are multiples of 16, and k2, k4 and k5 32f regions whose three images
+   together reach the largest cache (lumGetMaxCacheSizeB). A call that
+   streams ends with a store fence, so its pixels are in memory, in order,
+   before anything the caller stores next (another thread that sees the
+   caller's later release store sees the pixels).
    Threads: runs on the calling thread. */
 LUM_API LumStatus lumiAbsDiff_8u_C1R(const Lum8u* pSrc1, int src1Step,
                                      const Lum8u* pSrc2, int src2Step,

@@ -18,6 +18,10 @@ LUM_BEGIN_BUILD
 // x87 exception flags (status word) and masks (control word) share bits 0..5,
 // as do the MXCSR exception flags; the MXCSR masks are bits 7..12.
 constexpr unsigned kFpFlags = 0x3F;
+// Every SSE exception masked: the library's own steps (a conversion of its
+// sums to pixels) never trap, whatever the caller unmasks; their flags still
+// reach the caller.
+constexpr uint32_t kMxcsrMasks = 0x1F80;
 
 // The x87 environment as fnstenv stores it in 32-bit protected mode.
 struct X87Env {

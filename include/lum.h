@@ -41,6 +41,9 @@
  * Floating-point state. An image function gives back the caller's x87
  * control word and MXCSR control bits as it found them, and leaves every
  * exception flag the caller had set still set, beside those the call raised.
+ * Where the caller unmasks exceptions, the arithmetic on the caller's pixels
+ * may trap as any arithmetic would; the library's own steps (making a pixel
+ * of a NaN or out-of-range sum, choosing a zero divisor's value) never do.
  */
 #ifndef LUM_H
 #define LUM_H

@@ -1,6 +1,6 @@
 // Calls an application may make that the layouts of the harness do not: sizes whose row length in
 // bytes does not fit 32 bits, a kernel whose scratch would not, and eight application threads
-// calling every image function at once.
+// calling every image function at once; and one that unmasks floating-point exceptions.
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -15,6 +15,7 @@
 
 #include "support/alloc_hooks.h"
 #include "support/builds.h"
+#include "support/convert_check.h"
 #include "support/harness.h"
 #include "support/threads.h"
 
@@ -169,5 +170,96 @@ TEST_P(Concurrency, EightCallersAtOnceGetWhatEachGetsAlone) {
 }
 
 LUM_INSTANTIATE_PER_BUILD(Concurrency);
+
+
+// ---- A caller that unmasks the invalid, divide-by-zero and overflow exceptions, on the x87 and in
+// MXCSR. The library's own steps (a NaN sum or an out-of-range one made a pixel, the value a zero
+// divisor gives, the 16s kernel bound, the row conversions) raise what they raise without trapping
+// and leave no unmasked x87 exception pending (it would trap at the caller's next x87 instruction);
+// the pixels are those of the same calls under the default settings.
+sigjmp_buf g_trapped;
+void onFpe(int) { siglongjmp(g_trapped, 1); }
+
+class UnmaskedExceptions : public PerBuild {
+ protected:
+  // Runs `call` under the unmasked environment (or the default one); false if it trapped or left an
+  // unmasked x87 exception pending. The caller's environment comes back either way.
+  bool quietly(const std::function<void()>& call, bool unmasked) {
+    const FpEnv caller = readFp();
+    const FpFlags callerFlags = readFpFlags();
+    // A flag an earlier step left raised would trap as soon as its exception is unmasked.
+    __asm__ __volatile__("fnclex");
+    const FpEnv env{"", unmasked ? 0x1900u : 0x1F80u, uint16_t(unmasked ? 0x0372 : 0x037F)};
+    struct sigaction onTrap {}, before {};
+    onTrap.sa_handler = onFpe;
+    sigaction(SIGFPE, &onTrap, &before);
+    bool clean = false;
+    if (sigsetjmp(g_trapped, 1) == 0) {
+      writeFp(env);
+      call();
+      uint16_t status;
+      __asm__ __volatile__("fnstsw %0" : "=m"(status));
+      clean = (status & ~env.x87 & 0x3F) == 0;
+    }
+    __asm__ __volatile__("fnclex");
+    writeFp(caller);
+    writeFpFlags(callerFlags);
+    sigaction(SIGFPE, &before, nullptr);
+    return clean;
+  }
+  // The bytes `fill` writes under the unmasked environment, which must be those of the default one.
+  void same(const char* what, const std::function<void(std::vector<uint8_t>&)>& fill, size_t bytes) {
+    std::vector<uint8_t> got(bytes), want(bytes);
+    ASSERT_TRUE(quietly([&] { fill(got); }, true)) << "k" << build() << " " << what << ": trapped";
+    ASSERT_TRUE(quietly([&] { fill(want); }, false));
+    EXPECT_EQ(got, want) << "k" << build() << " " << what;
+  }
+};
+
+TEST_P(UnmaskedExceptions, TheLibrarysOwnStepsNeverTrap) {
+  const int b = build(), w = 37, h = 3, k = 3;
+  const float nan = NAN, huge = 1e30f;
+  const std::vector<std::vector<float>> kernels = {{1, 2, 1, 0, nan, 0, 1, 2, 1}, std::vector<float>(9, -huge),
+                                                   std::vector<float>(9, huge), {0, 0, 0, 0, 1, 0, 0, 0, 0}};
+  std::vector<uint8_t> src8((w + k) * (h + k));
+  std::vector<Lum16s> src16(src8.size());
+  std::vector<float> src32(src8.size());
+  for (size_t i = 0; i < src8.size(); ++i) src8[i] = uint8_t(i * 37), src16[i] = Lum16s(i * 997), src32[i] = float(i % 41) - 20;
+  const int sw = w + k;
+  for (const auto& kernel : kernels) {
+    const float* kp = kernel.data();
+    SCOPED_TRACE("kernel " + std::to_string(&kernel - kernels.data()));
+    same("filter 8u", [&](std::vector<uint8_t>& d) {
+      lumiFilter32f_8u_C1R_arraddr[b](src8.data() + sw + 1, sw, d.data(), w, {w, h}, kp, {k, k}, {1, 1});
+    }, size_t(w * h));
+    same("filter 16s", [&](std::vector<uint8_t>& d) {
+      lumiFilter32f_16s_C1R_arraddr[b](src16.data() + sw + 1, 2 * sw, reinterpret_cast<Lum16s*>(d.data()), 2 * w, {w, h}, kp,
+                                       {k, k}, {1, 1});
+    }, size_t(2 * w * h));
+    same("filter 32f", [&](std::vector<uint8_t>& d) {
+      lumiFilter_32f_C1R_arraddr[b](src32.data() + sw + 1, 4 * sw, reinterpret_cast<float*>(d.data()), 4 * w, {w, h}, kp,
+                                    {k, k}, {1, 1});
+    }, size_t(4 * w * h));
+  }
+  // Zero divisors beside every kind of dividend, in groups of every layout.
+  const std::vector<float> divisors = {0, -0.0f, 0, 0, 2, 0, 3, nan, 0, 5, 0, 0, 1, 0, 0, 7, 0, 0, 0};
+  const std::vector<float> dividends = {1, 1, -1, 0, 0, nan, 6, 1, -nan, 4, huge, -huge, 1, INFINITY, -INFINITY, 3, 2, 0, nan};
+  const int n = int(divisors.size());
+  same("division 32f", [&](std::vector<uint8_t>& d) {
+    lumiDiv_32f_C1R_arraddr[b](divisors.data(), 4 * n, dividends.data(), 4 * n, reinterpret_cast<float*>(d.data()), 4 * n, {n, 1});
+  }, size_t(4 * n));
+  if (b == 0) return;  // the generic build has no row conversions
+  const std::vector<float> values = {nan, -nan, INFINITY, -INFINITY, huge, -huge, 3e9f, -3e9f, 0.5f, 1.5f, -2.5f, 70000, 12};
+  const int m = int(values.size());
+  for (int mode : {0, 1, 2})
+    for (int sf : {0, -3, 200, -200}) {
+      same("conversion to 8u", [&](std::vector<uint8_t>& d) { to8u[b](values.data(), d.data(), m, mode, sf); }, size_t(m));
+      if (to16s[b])
+        same("conversion to 16s", [&](std::vector<uint8_t>& d) {
+          to16s[b](values.data(), reinterpret_cast<Lum16s*>(d.data()), m, mode, sf);
+        }, size_t(2 * m));
+    }
+}
+LUM_INSTANTIATE_PER_BUILD(UnmaskedExceptions);
 
 }  // namespace

@@ -35,7 +35,7 @@ inline bool divRow32fGeneric(const Lum32f* a, const Lum32f* b, Lum32f* d, int le
     const Lum32f x = loadPixel(a + i), y = loadPixel(b + i);
     if (x == 0) {
       zero = true;
-      storePixel(d + i, floatOf(div32fByZero(y > 0, y < 0, bitsOf(lumConstantOfINF_32f),
+      storePixel(d + i, floatOf(div32fByZero(__builtin_isgreater(y, 0.0f), __builtin_isless(y, 0.0f), bitsOf(lumConstantOfINF_32f),
                                              bitsOf(lumConstantOfNAN_32f))));
     } else {
       storePixel(d + i, static_cast<Lum32f>(static_cast<long double>(y) / x));
@@ -90,8 +90,14 @@ struct Div32fGroup {
     put(quotient, _mm_div_ps(b, _mm_or_ps(_mm_andnot_ps(special, a), _mm_and_ps(special, one))));
     put(zeroDivisor, isZero);
     put(nanDivisor, _mm_cmpunord_ps(a, a));
-    put(positive, _mm_cmpgt_ps(b, zero));
-    put(negative, _mm_cmplt_ps(b, zero));
+    // b > 0 and b < 0 from quiet comparisons (the ordered ones would trap on a
+    // NaN where the caller unmasks invalid), denormals-are-zero alike: b
+    // nonzero and ordered, then its sign bit as a mask (1.0 with b's sign
+    // against 1.0).
+    const __m128 signed_ = _mm_and_ps(_mm_cmpneq_ps(b, zero), _mm_cmpord_ps(b, b));
+    const __m128 isNegative = _mm_cmpneq_ps(_mm_or_ps(_mm_and_ps(b, _mm_set1_ps(-0.0f)), one), one);
+    put(positive, _mm_andnot_ps(isNegative, signed_));
+    put(negative, _mm_and_ps(isNegative, signed_));
     _mm_store_ss(reinterpret_cast<Lum32f*>(&table[0]), inf);
     _mm_store_ss(reinterpret_cast<Lum32f*>(&table[1]), nan);
     for (int l = 0; l < 4; ++l) {

@@ -87,8 +87,8 @@ inline bool divRowExtended(const T* a, const T* b, T* d, int len, const Pixel& p
 // denormals-are-zero, whatever the caller's MXCSR says: to nearest with ties
 // to even, or toward minus infinity for 16s below scale factor -7. The row
 // function sets it.
-constexpr uint32_t kMxcsrNearest = 0x1F80;
-constexpr uint32_t kMxcsrDown = 0x3F80;
+constexpr uint32_t kMxcsrNearest = kMxcsrMasks;
+constexpr uint32_t kMxcsrDown = kMxcsrMasks | 0x2000;
 
 // Why one single-precision division gives the exact rule. Let x = B / D with
 // B = b 2^-scaleFactor and D = a (or B = b and D = a 2^scaleFactor), both

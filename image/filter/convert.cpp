@@ -182,14 +182,15 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
   for (; i < len; ++i) storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
 }
 
-// The caller's MXCSR but for the rounding control (and denormals-are-zero
-// for a denormal multiplier), with the flags clear so that the row's own
-// invalid flag shows; the caller's comes back with every flag it had and
-// those the row raised.
+// The caller's MXCSR but for the rounding control, the exception masks (a
+// NaN raises the invalid flag here, which must not trap) and, for a
+// denormal multiplier, denormals-are-zero; with the flags clear so that the
+// row's own invalid flag shows. The caller's comes back with every flag it
+// had and those the row raised.
 template <class T>
 void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  const uint32_t own = kRoundingBits | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
-  const OwnMxcsr rounding(mode == 0 ? kRoundTowardsZero : 0, ~own);
+  const uint32_t own = kRoundingBits | kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
+  const OwnMxcsr rounding((mode == 0 ? kRoundTowardsZero : 0) | kMxcsrMasks, ~own);
   if (scaleFactor == 0) roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
   else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
   // A NaN converts to 0, and so does a zero times an infinite multiplier
@@ -254,17 +255,16 @@ void awayFromZeroRow(const Lum32f* src, T* dst, int len, __m128 m) {
   }
 }
 
+// Under the caller's MXCSR with every exception masked (the clamps signal
+// invalid on a NaN), and without denormals-are-zero for a denormal
+// multiplier.
 template <class T>
 void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
   const __m128 m = _mm_set1_ps(scaleMultiplier(scaleFactor));
-  if (scaleFactor == 0) {
-    awayFromZeroRow<false>(src, dst, len, m);
-  } else if (denormalMultiplier(scaleFactor)) {
-    const OwnMxcsr keepDenormals(0, ~kDenormalsAreZero);
-    awayFromZeroRow<true>(src, dst, len, m);
-  } else {
-    awayFromZeroRow<true>(src, dst, len, m);
-  }
+  const uint32_t own = kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
+  const OwnMxcsr masked(kMxcsrMasks, ~own);
+  if (scaleFactor == 0) awayFromZeroRow<false>(src, dst, len, m);
+  else awayFromZeroRow<true>(src, dst, len, m);
   if (zeroMultiplier(scaleFactor)) saturateInfinities(src, dst, len);
 }
 

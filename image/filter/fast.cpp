@@ -387,13 +387,14 @@ bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, cons
 
 bool wideEnough(LumSize band, LumSize ks) { return ks.width >= kMinKernelWidth && band.width >= kMinWidth; }
 
-// The magnitudes summed in kernel order; a NaN among them passes.
+// The magnitudes summed in kernel order; a NaN among them passes (compared
+// quietly: an ordered comparison would trap where the caller unmasks invalid).
 bool within16sBound(const Lum32f* kLast, LumSize ks) {
   const long long n = static_cast<long long>(ks.width) * ks.height;
   const Lum32f* const k = kLast - (n - 1);
   float sum = 0;
   for (long long i = 0; i < n; ++i) sum += __builtin_fabsf(loadPixel(k + i));
-  return !(sum > kMax16sKernelMagnitude);
+  return !__builtin_isgreater(sum, kMax16sKernelMagnitude);
 }
 
 template <class T, int (*band)(const T*, int, T*, int, int, int, const Lum32f*, int, int, Lum32f*)>

@@ -50,19 +50,24 @@ inline int roundHalfToEven(Sum s, int half) {
   return n;
 }
 
+// A NaN is told apart first, by the one comparison that raises nothing for a
+// quiet NaN: the ordered ones (>=, <=) raise invalid on any NaN, which traps
+// where the caller has unmasked it.
 template <class Sum>
 inline Lum8u toPixel8u(Sum s) {
+  if (s != s) return 0;
   if (s >= 255) return 255;
-  if (s <= 0 || s <= static_cast<Sum>(0.5) || s != s) return 0;
+  if (s <= static_cast<Sum>(0.5)) return 0;
   return static_cast<Lum8u>(roundHalfToEven(s, 1));
 }
 
 template <class Sum>
 inline Lum16s toPixel16s(Sum s) {
+  if (s != s) return 0;
   if (s >= 32767) return 32767;
   if (s <= -32768) return -32768;
   if (s > 0) return static_cast<Lum16s>(roundHalfToEven(s, 1));
-  if (s != s || s >= static_cast<Sum>(-0.5)) return 0;
+  if (s >= static_cast<Sum>(-0.5)) return 0;
   return static_cast<Lum16s>(roundHalfToEven(s, -1));
 }
 

@@ -1,7 +1,9 @@
 // The largest cache the processor describes through the descriptor bytes of
 // CPUID leaf 2. Worked out on the first call and kept for the life of the
-// process; absolute difference of large float images asks for it to choose
-// streaming stores.
+// process. Absolute difference of large float images compares its regions
+// with it to choose streaming stores; where the query fails it takes the
+// largest cache of the extended leaf 0x80000006 instead.
+#include <limits.h>
 #include <pthread.h>
 
 #include "cpu_internal.h"
@@ -40,6 +42,8 @@ pthread_mutex_t g_cacheLock = PTHREAD_MUTEX_INITIALIZER;
 int g_known = 0;
 LumStatus g_cacheStatus = lumStsNoOperation;
 int g_cacheSize = 0;
+// The cache the float absolute difference compares its regions with.
+int g_largestCache = 0;
 
 constexpr Lum32u kRegisterInvalid = 1u << 31;
 
@@ -78,11 +82,26 @@ int ownGetCacheSize(const OwnCacheDescriptor* table) {
   return -1;
 }
 
+int ownGetExtendedCacheSize(void) {
+  if (!lum_has_cpuid()) return 0;
+  Lum32u r[4];
+  ownGetReg(r, 0x80000000u, 0);
+  // A processor without extended leaves may answer with anything below
+  // 0x80000000, or with its basic leaves' contents.
+  if ((r[0] & 0xFFFF0000u) != 0x80000000u || r[0] < 0x80000006u) return 0;
+  ownGetReg(r, 0x80000006u, 0);
+  const long long level2 = static_cast<long long>(r[2] >> 16) << 10;
+  const long long level3 = static_cast<long long>(r[3] >> 18) << 19;
+  const long long largest = level2 > level3 ? level2 : level3;
+  return largest > INT_MAX ? INT_MAX : static_cast<int>(largest);
+}
+
 void ownResetCacheState(void) {
   pthread_mutex_lock(&g_cacheLock);
   __atomic_store_n(&g_known, 0, __ATOMIC_RELEASE);
   g_cacheStatus = lumStsNoOperation;
   g_cacheSize = 0;
+  g_largestCache = 0;
   pthread_mutex_unlock(&g_cacheLock);
 }
 
@@ -92,27 +111,37 @@ void workOutCacheSize() {
   if (!lum_has_cpuid() || lum_max_cpuid_input() < 2 || !lum_is_GenuineTorva()) {
     g_cacheSize = 0;
     g_cacheStatus = lumStsCpuNotSupported;
-    return;
+  } else {
+    const int size = ownGetCacheSize(ownCacheDescriptors);
+    g_cacheSize = size < 0 ? 0 : size;
+    g_cacheStatus = size < 0 ? lumStsCacheSizeUnknown : lumStsNoErr;
   }
-  const int size = ownGetCacheSize(ownCacheDescriptors);
-  g_cacheSize = size < 0 ? 0 : size;
-  g_cacheStatus = size < 0 ? lumStsCacheSizeUnknown : lumStsNoErr;
+  g_largestCache = g_cacheStatus == lumStsNoErr ? g_cacheSize : ownGetExtendedCacheSize();
+}
+
+// Works the answers out on the first call from any thread.
+void knowCacheSize() {
+  if (__atomic_load_n(&g_known, __ATOMIC_ACQUIRE)) return;
+  pthread_mutex_lock(&g_cacheLock);
+  if (!g_known) {
+    workOutCacheSize();
+    __atomic_store_n(&g_known, 1, __ATOMIC_RELEASE);
+  }
+  pthread_mutex_unlock(&g_cacheLock);
 }
 
 }  // namespace
 
 LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte) {
   if (pSizeByte == nullptr) return lumStsNullPtrErr;
-  if (!__atomic_load_n(&g_known, __ATOMIC_ACQUIRE)) {
-    pthread_mutex_lock(&g_cacheLock);
-    if (!g_known) {
-      workOutCacheSize();
-      __atomic_store_n(&g_known, 1, __ATOMIC_RELEASE);
-    }
-    pthread_mutex_unlock(&g_cacheLock);
-  }
+  knowCacheSize();
   *pSizeByte = g_cacheSize;
   return g_cacheStatus;
+}
+
+int ownGetLargestCacheSize(void) {
+  knowCacheSize();
+  return g_largestCache;
 }
 
 }  // extern "C"

@@ -35,6 +35,12 @@ LUM_HIDDEN extern const OwnCacheDescriptor ownCacheDescriptors[];
 // when leaf 2 needs more than one round or describes none of them.
 LUM_HIDDEN int ownGetCacheSize(const OwnCacheDescriptor* table);
 
+// Size in bytes of the largest cache the extended leaf 0x80000006
+// describes (level 2: ECX bits 31..16 in KiB; level 3: EDX bits 31..18 in
+// units of 512 KiB), at most INT_MAX; 0 without CPUID, without the leaf, or
+// where it describes neither.
+LUM_HIDDEN int ownGetExtendedCacheSize(void);
+
 // Puts the cache query back into its load-time state (answer not yet known),
 // for the tests only.
 LUM_HIDDEN void ownResetCacheState(void);

@@ -20,6 +20,12 @@ LUM_HIDDEN int ownGetNumThreads(void);
 // a fork(). 1 means: run on the calling thread.
 LUM_HIDDEN int ownGetTeamSize(int pieces);
 
+// The largest cache in bytes, for choosing streaming stores: that of
+// lumGetMaxCacheSizeB where the query succeeds, otherwise the largest one
+// the extended leaves describe, 0 where none can be read. Worked out once,
+// with the query's answer.
+LUM_HIDDEN int ownGetLargestCacheSize(void);
+
 // Build index for a processor code, or -1 when no build is listed for it.
 LUM_HIDDEN int ownBuildIndexForCpu(Lum32u cpu);
 

@@ -462,7 +462,9 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
    Streaming stores, which keep the destination out of the cache: k1 writes
    8u regions so, k1 and k3 the rows of 32f regions whose pointers and steps
    are multiples of 16, and k2, k4 and k5 32f regions whose three images
-   together reach the largest cache (lumGetMaxCacheSizeB). A call that
+   together reach the largest cache: that of lumGetMaxCacheSizeB, or where
+   that fails the largest one the processor's extended leaf 0x80000006
+   describes; where neither can be read, every region. A call that
    streams ends with a store fence, so its pixels are in memory, in order,
    before anything the caller stores next (another thread that sees the
    caller's later release store sees the pixels).

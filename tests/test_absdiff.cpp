@@ -19,11 +19,17 @@ namespace {
 
 using namespace lumtest;
 
-// The largest cache made `descriptor` of leaf 2 for the scope; the query answers afresh.
+// A processor for the scope whose largest cache comes from `descriptor` of leaf 2 (vendor
+// GenuineTorva), or from the extended leaf 0x80000006 (ECX, EDX) of a vendor the query does not know;
+// the query answers afresh.
 struct CacheScope {
   explicit CacheScope(Lum32u descriptor) : cpu([=] {
     CpuLeaves l = cpuLeaves();
     return l[2] = {1 | descriptor << 8, 0, 0, 0}, l;
+  }()) { ownResetCacheState(); }
+  CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx) : cpu([=] {
+    CpuLeaves l = cpuLeaves("OtherVendorX");
+    return l[0x80000000u] = {topExtendedLeaf, 0, 0, 0}, l[0x80000006u] = {0, 0, ecx, edx}, l;
   }()) { ownResetCacheState(); }
   ~CacheScope() { ownResetCacheState(); }
   FakeCpu cpu;
@@ -33,8 +39,8 @@ class AbsDiff : public PerBuild {};
 
 TEST_P(AbsDiff, Harness8u) { checkAll<Lum8u>(build(), 1, [&](int, int) { return absDiffCase<Lum8u>(build()); }); }
 
-// On the cache this processor reports (none under an emulator: every region streams in k2, k4 and
-// k5), then on one of 16 MiB, which every region here fits.
+// On the largest cache this processor describes (in leaf 2, or in the extended leaf where the query
+// fails), then on one of 16 MiB, which every region here fits.
 TEST_P(AbsDiff, Harness32fOnThisCacheAndOnALargeOne) {
   checkAll<Lum32f>(build(), 1, [&](int, int) { return absDiffCase<Lum32f>(build()); });
   CacheScope large(0x4D);
@@ -43,21 +49,38 @@ TEST_P(AbsDiff, Harness32fOnThisCacheAndOnALargeOne) {
 
 LUM_INSTANTIATE_PER_BUILD(AbsDiff);
 
-// Three images of width x height floats stream from the largest cache's size on; a failed query
-// counts as 0.
+// Three images of width x height floats stream from the largest cache's size on: that of leaf 2, or
+// where the query fails the extended leaf's (level 2 or level 3, whichever is larger), every region
+// where neither can be read.
 TEST(AbsDiffCacheSwitch, AtTheCacheSizeAndOnePixelBelow) {
   for (auto streams : {lum::k2::ownAbsDiffStreams_32f, lum::k4::ownAbsDiffStreams_32f, lum::k5::ownAbsDiffStreams_32f}) {
+    const auto edge = [&](const char* what, int cache) {
+      const int pixels = (cache + 11) / 12;  // the first count that reaches it
+      EXPECT_TRUE(streams(pixels > 0 ? pixels : 1, 1)) << what << ", cache " << cache;
+      EXPECT_TRUE(pixels < 2 || !streams(pixels - 1, 1)) << what << ", cache " << cache;
+    };
     {
       CacheScope cache(0x3A);  // 192 KiB: 16384 pixels
       for (const auto& [w, h, want] : {std::tuple{128, 128, true}, {16384, 1, true}, {1, 16384, true},
                                        {16383, 1, false}, {127, 129, false}, {2, 8192, true}, {8191, 2, false}})
         EXPECT_EQ(streams(w, h), want) << w << "x" << h;
     }
-    int cache = 0;
-    lumGetMaxCacheSizeB(&cache);
-    const int pixels = (cache + 11) / 12;  // the first count that reaches it
-    EXPECT_TRUE(streams(pixels > 0 ? pixels : 1, 1)) << "cache " << cache;
-    EXPECT_TRUE(pixels < 2 || !streams(pixels - 1, 1)) << "cache " << cache;
+    {
+      CacheScope cache(0x80000008u, 0x01000000u, 0x00080000u);  // level 2 of 256 KiB, level 3 of 1 MiB
+      edge("level 3", 1 << 20);
+      EXPECT_TRUE(streams(1024, 86) && !streams(1024, 85));
+    }
+    {
+      CacheScope cache(0x80000006u, 0x00C0FFFFu, 0x0003FFFFu);  // level 2 of 192 KiB, no level 3
+      edge("level 2", 192 << 10);
+    }
+    for (Lum32u top : {0x80000005u, 0x80000001u}) {
+      CacheScope cache(top, 0x01000000u, 0x00080000u);  // no extended leaf 0x80000006: every region
+      EXPECT_TRUE(streams(1, 1)) << std::hex << top;
+    }
+    int size = 0;
+    const LumStatus st = lumGetMaxCacheSizeB(&size);
+    edge("this processor", st == lumStsNoErr ? size : ownGetExtendedCacheSize());
   }
 }
 

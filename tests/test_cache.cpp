@@ -1,10 +1,14 @@
 // The cache-size query: the leaf-2 walk on made-up processors, against the
 // reference reading of support/cpu_reference and hand-worked cases, and the
 // answer kept from the first call (the status on each kind of processor is
-// checked in test_cpu.cpp).
+// checked in test_cpu.cpp); the extended leaf read where the query fails,
+// and the largest cache the streaming choice takes from the two.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "core/cpu_internal.h"
@@ -67,6 +71,63 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
       cpu.leaves[2].ebx = 0x4C;  // a larger cache now: the answer is not worked out again
     }
     EXPECT_EQ(cpu.blindReads, 0);
+  }
+  ownResetCacheState();
+}
+
+// The extended leaf 0x80000006 on made-up processors, against the reference reading: level 2 in KiB in
+// ECX bits 31..16, level 3 in units of 512 KiB in EDX bits 31..18, the bits below ignored; nothing
+// without the leaf, with a highest extended leaf that is no extended leaf, or without CPUID.
+TEST(ExtendedCacheSize, Leaf0x80000006AgainstTheReference) {
+  for (auto [top, ecx, edx, want] :
+       {std::tuple{0x80000006u, 0x02000000u, 0u, 512 << 10}, {0x80000008u, 0x0100FFFFu, 0x0A009140u, 320 << 20},
+        {0x80000021u, 0x08000140u, 0x0003FFFFu, 2 << 20}, {0x80000006u, 0x08000000u, 0x00C00000u, 24 << 20},
+        {0x80000006u, 0x08000000u, 0x01000000u, 32 << 20}, {0x80000006u, 0u, 0xFFFC0000u, INT32_MAX},
+        {0x80000006u, 0xFFFF0000u, 0u, 65535 << 10}, {0x80000006u, 0x0000FFFFu, 0x0003FFFFu, 0},
+        {0x80000005u, 0x02000000u, 0x01000000u, 0}, {0x80000001u, 0x02000000u, 0x01000000u, 0},
+        {0x00000004u, 0x02000000u, 0x01000000u, 0}, {0x80010006u, 0x02000000u, 0x01000000u, 0}}) {
+    for (bool hasCpuid : {true, false}) {
+      lumtest::CpuLeaves leaves = lumtest::cpuLeaves("OtherVendorX");
+      leaves[0x80000000u] = {top, 0, 0, 0};
+      leaves[0x80000006u] = {0, 0, ecx, edx};
+      FakeCpu cpu(leaves);
+      cpu.hasCpuid = hasCpuid;
+      const uint32_t regs[4] = {0, 0, ecx, edx};
+      const int size = ownGetExtendedCacheSize();
+      EXPECT_EQ(size, hasCpuid ? lumref::extendedCacheSize(top, regs) : 0) << std::hex << top << " " << ecx << " " << edx;
+      EXPECT_EQ(size, hasCpuid ? want : 0) << std::hex << top << " " << ecx << " " << edx;
+      EXPECT_EQ(cpu.blindReads, 0);
+    }
+  }
+}
+
+// The cache the streaming choice takes: the query's where it succeeds, the extended leaf's where the
+// vendor is unknown or leaf 2 names no cache, 0 where neither can be read; the query's own answers
+// unchanged; worked out once, by whichever of several threads asks first.
+TEST(ExtendedCacheSize, TakenWhereTheQueryFailsOnce) {
+  const Lum32u big = 0x4D, none = 0xFF;  // leaf-2 descriptors: 16 MiB, and one that names no cache
+  for (auto [vendor, descriptor, extended, status, querySize, largest] :
+       {std::tuple{"GenuineTorva", big, true, lumStsNoErr, 16 << 20, 16 << 20},
+        {"GenuineTorva", none, true, lumStsCacheSizeUnknown, 0, 3 << 20},
+        {"GenuineTorva", none, false, lumStsCacheSizeUnknown, 0, 0},
+        {"OtherVendorX", big, true, lumStsCpuNotSupported, 0, 3 << 20},
+        {"OtherVendorX", big, false, lumStsCpuNotSupported, 0, 0}}) {
+    lumtest::CpuLeaves leaves = lumtest::cpuLeaves(vendor);
+    leaves[2] = {0x00000001 | descriptor << 8, 0, 0, 0};
+    if (extended) leaves[0x80000000u] = {0x80000006u, 0, 0, 0}, leaves[0x80000006u] = {0, 0, 0x01000000u, 0x00180000u};
+    FakeCpu cpu(leaves);
+    ownResetCacheState();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> askers;
+    for (int t = 0; t < 4; ++t) askers.emplace_back([&, largest = largest] { wrong += ownGetLargestCacheSize() != largest; });
+    for (std::thread& t : askers) t.join();
+    EXPECT_EQ(wrong.load(), 0) << vendor << " " << descriptor << " " << extended;
+    cpu.leaves[0x80000006u] = {0, 0, 0x7FFF0000u, 0};  // a larger cache now: not read again
+    cpu.leaves[2] = {0x00000001 | 0x4C << 8, 0, 0, 0};
+    int size = -1;
+    EXPECT_EQ(lumGetMaxCacheSizeB(&size), status) << vendor << " " << descriptor << " " << extended;
+    EXPECT_EQ(size, querySize) << vendor << " " << descriptor << " " << extended;
+    EXPECT_EQ(ownGetLargestCacheSize(), largest) << vendor << " " << descriptor << " " << extended;
   }
   ownResetCacheState();
 }

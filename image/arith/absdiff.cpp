@@ -224,11 +224,11 @@ LUM_ABSDIFF_KERNEL(ownAbsDiff_32f_C1R_K2_B) {
 }
 
 // Whether a float region streams: its three images, width x height x 12
-// bytes as a wrapping signed 32-bit product, reach the largest cache. A
-// failed cache query counts as a cache of 0 bytes.
+// bytes as a wrapping signed 32-bit product, reach the largest cache (the
+// cache query's, or where it fails the extended leaves'; 0 bytes where
+// nothing can be read, and every region streams).
 bool ownAbsDiffStreams_32f(int width, int height) {
-  int cache = 0;
-  (void)lumGetMaxCacheSizeB(&cache);
+  const int cache = ownGetLargestCacheSize();
   const uint32_t h = static_cast<uint32_t>(height);
   const int bytes = static_cast<int>((h * 8u + h * 4u) * static_cast<uint32_t>(width));
   return !(bytes < cache);

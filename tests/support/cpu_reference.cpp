@@ -94,4 +94,10 @@ int cacheStatus(const Leaves& s, int* size) {
   return *size = found, 0;
 }
 
+int extendedCacheSize(uint32_t highestExtendedLeaf, const uint32_t leaf[4]) {
+  if (highestExtendedLeaf < 0x80000006u || highestExtendedLeaf > 0x8000FFFFu) return 0;
+  const uint64_t level2 = uint64_t(leaf[2] >> 16) * 1024, level3 = uint64_t(leaf[3] >> 18) * 512 * 1024;
+  return int(std::min<uint64_t>(std::max(level2, level3), INT32_MAX));
+}
+
 }  // namespace lumref

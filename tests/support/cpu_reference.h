@@ -24,6 +24,11 @@ std::string queryMismatches(const Leaves& s);
 int descriptorSize(uint8_t byte);
 int leaf2CacheSize(const uint32_t leaf2[4]);
 int cacheStatus(const Leaves& s, int* size);
+// The largest cache the extended leaf 0x80000006 describes, in bytes (at
+// most INT32_MAX): the level-2 cache in KiB in ECX bits 31..16, the level-3
+// cache in units of 512 KiB in EDX bits 31..18; 0 where the highest
+// extended leaf (EAX of 0x80000000) is not 0x80000006..0x8000FFFF.
+int extendedCacheSize(uint32_t highestExtendedLeaf, const uint32_t leaf[4]);
 
 }  // namespace lumref
 

@@ -112,5 +112,6 @@ LUM_MMX_INLINE bool isAligned(const void* p, uintptr_t alignment) {
 LUM_END_BUILD
 
 #include "image/parallel.h"
+#include "image/thresholds.h"
 
 #endif

@@ -189,6 +189,18 @@ inline void serialRows(int height, const Body& body) {
   for (int y = 0; y < height; ++y) body(y);
 }
 
+// The team for a region of `pieces` independent pieces (rows, bands, parts
+// of rows) holding `work` units of work in all (pixels, or pixels times
+// kernel cells): ownGetTeamSize's, and no more threads than each get
+// `minWorkPerThread` units. Opening a region costs about as much as a fixed
+// amount of work, so each operation says how much work a thread must have
+// before a second thread pays for itself; 1 means the calling thread alone.
+inline int teamFor(long long pieces, long long work, long long minWorkPerThread) {
+  const long long affordable = work / minWorkPerThread;
+  const long long bound = affordable < pieces ? affordable : pieces;
+  return ownGetTeamSize(bound < 64 ? static_cast<int>(bound) : 64);
+}
+
 // Runs body(t, n) on every thread t of a team of n threads, asking the
 // runtime for `team` (the runtime may give fewer; when it declines to fork,
 // the calling thread runs body(0, 1) alone). Each worker runs under the
@@ -211,46 +223,44 @@ inline int teamRegion(int team, const Body& body) {
   return sum;
 }
 
-// Runs body(i) for i = 0..pieces-1. When `apart` says the pieces write
-// disjoint memory, in a parallel region of the team ownGetTeamSize allows,
-// thread t taking the t-th of as many equal runs of pieces (the first
-// pieces % team runs one longer). Otherwise, or with a team of one, directly
-// on the calling thread, in order, without the runtime's team set-up (a
-// system call per region on 32-bit x86). When the runtime declines to fork,
-// the calling thread runs every run in turn.
+// The t-th of n equal runs of `total` pieces, in order, the first total % n
+// runs one piece longer: pieces from .. to - 1.
+struct Run {
+  long long from, to;
+};
+inline Run runOf(int t, int n, long long total) {
+  const long long q = total / n, r = total % n;
+  const long long from = t * q + (t < r ? t : r);
+  return Run{from, from + q + (t < r ? 1 : 0)};
+}
+
+// Runs body(i) for i = 0..pieces-1: with a team of one directly on the
+// calling thread, in order, without the runtime's team set-up (a system call
+// per region on 32-bit x86); otherwise in a parallel region of `team`, thread
+// t taking the t-th run of pieces (runOf). When the runtime declines to
+// fork, the calling thread runs every run in turn.
 template <class Body>
-inline void parallelRows(int pieces, bool apart, const Body& body) {
-  const int team = apart ? ownGetTeamSize(pieces) : 1;
+inline void parallelRows(int pieces, int team, const Body& body) {
   if (team == 1) return serialRows(pieces, body);
   teamRegion(team, [&](int t, int n) {
-    const int q = pieces / n, r = pieces % n;
-    const int from = t * q + (t < r ? t : r), to = from + q + (t < r ? 1 : 0);
-    for (int i = from; i < to; ++i) body(i);
+    const Run run = runOf(t, n, pieces);
+    for (int i = static_cast<int>(run.from); i < run.to; ++i) body(i);
     return 0;
   });
 }
 
-// Cuts `total` items (rows, elements) between the threads of a region of
-// `team`: every thread takes `chunk` items in order and the last one also the
-// rest, n being the team the runtime actually gave and chunk total / n, or
-// where `cut` moves it to (down, to a point pieces may start at without
-// changing a result; right for a team of two). The master works the two
-// numbers out and publishes them before anyone starts. Calls body(from,
-// count) for each non-empty piece and returns the sum of what those calls
-// returned.
-inline int wholeChunk(int chunk) { return chunk; }
-template <class Body, class Cut = int (*)(int)>
-inline int chunksLastTakesRest(int team, int total, const Body& body, const Cut& cut = wholeChunk) {
-  int chunk = 0, rest = 0;
-  return teamRegion(team, [&](int t, int n) {
-#pragma omp master
-    {
-      chunk = n > 1 ? cut(total / n) : total;
-      rest = total - n * chunk;
-    }
-#pragma omp barrier
-    const int count = chunk + (t == n - 1 ? rest : 0);
-    return count > 0 ? body(t * chunk, count) : 0;
+// Cuts `total` rows between the threads of a region of `team`: every
+// thread takes total / n rows in order and the last one also the rest, n
+// being the team the runtime actually gave. Every thread works its rows out
+// for itself from the n it sees, so no thread waits for another before it
+// starts. Calls body(from, count) for each non-empty piece.
+template <class Body>
+inline void chunksLastTakesRest(int team, int total, const Body& body) {
+  teamRegion(team, [&](int t, int n) {
+    const int chunk = total / n;
+    const int count = t == n - 1 ? total - t * chunk : chunk;
+    if (count > 0) body(t * chunk, count);
+    return 0;
   });
 }
 

@@ -288,8 +288,10 @@ LUM_API LumStatus lumGetMaxCacheSizeB(int* pSizeByte);
 /* Threads each parallel region of an image function asks for: 1 at load,
    the processor count after an initializer. A region never asks for more
    threads than it has rows, nor more than four per processor or 64 in
-   all, whatever the count; where destination rows overlap, and in the
-   child of a fork(), rows run on the calling thread.
+   all, nor more than its work pays for: each function's comment says how
+   much work a thread must get before the function shares it, and below
+   that it runs on the calling thread. Where destination rows overlap, and
+   in the child of a fork(), rows run on the calling thread.
    numThreads: 1 or more, no upper bound.
    Statuses: lumStsSizeErr below 1 (the count unchanged), else lumStsNoErr.
    Threads: a plain word; set it before image functions run on other
@@ -413,8 +415,11 @@ LUM_API extern int i_min_version;
    negative steps are taken as given. The destination may be one of the
    sources (in place).
    Builds: the same pixels in every build.
-   Threads: k1..k5 split rows over the library's threads above a size that
-   depends on the build; the pixels do not depend on it. */
+   Threads: k1..k5 share the rows among the library's threads where each
+   thread gets at least 196608 pixels (8u) or 131072 (16s), from 628 x 628
+   (8u) or 512 x 512 (16s) on two threads, and the destination rows do not
+   overlap; otherwise, and in k0, the calling thread does every row.
+   The pixels do not depend on it. */
 LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
                                     const Lum8u* pSrc2, int src2Step,
                                     Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
@@ -436,7 +441,10 @@ LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    x87 unit under the x87 control word's rounding and precision and ignores
    MXCSR, so under a caller's 24-bit x87 precision a product in the denormal
    range is rounded twice (to 24 bits, then to the denormal).
-   Threads: k2..k5 split rows over the library's threads. */
+   Threads: k1..k5 share the rows among the library's threads where each
+   thread gets at least 98304 pixels (from 444 x 443 on two threads) and the
+   destination rows do not overlap; otherwise, and in k0, the calling
+   thread does every row. */
 LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
@@ -491,9 +499,13 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
    single precision decides every rounding, and in 16s below scale factor -7,
    where the shifted dividend exceeds 24 bits, that division rounds down and
    ties are settled in integer arithmetic.
-   Threads: in the SSSE3 and SSE4.1 builds rows of 1024 pixels or more are
-   split between two threads when the thread count is above 1; the pixels do
-   not depend on it. */
+   Threads: in the SSSE3 and SSE4.1 builds rows of 1024 pixels or more (of
+   a scale factor whose results need a quotient) are cut in two pieces at
+   their middle, and the pieces of all rows are shared among the library's
+   threads in one parallel region where each thread gets at least 32768
+   pixels (1024 x 64 on two threads) and the destination rows do not
+   overlap; otherwise the calling thread does every row. The pixels do not
+   depend on it. */
 LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
                                     const Lum8u* pSrc2, int src2Step,
                                     Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
@@ -523,7 +535,11 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    they take a denormal divisor for zero (its zero-divisor value and
    lumStsDivByZero). A group holding a zero divisor is correctly rounded.
    Threads: in the SSSE3 and SSE4.1 builds rows of 4096 pixels or more are
-   split between two threads when the thread count is above 1. */
+   cut in two pieces where a group of pixels starts near their middle, and
+   the pieces of all rows are shared among the library's threads in one
+   parallel region where each thread gets at least 65536 pixels (4096 x 32
+   on two threads) and the destination rows do not overlap; otherwise the
+   calling thread does every row. The pixels do not depend on it. */
 LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
                                   const Lum32f* pSrc2, int src2Step,
                                   Lum32f* pDst, int dstStep, LumSize roiSize);
@@ -567,8 +583,10 @@ LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
    single precision, in the same order on every path. So a 32f result may
    differ between builds in its last bits and an integer one by 1 where the
    sum lies within rounding distance of a half.
-   Threads: regions of at least 64 x 64 are cut into bands of rows over the
-   library's threads; the results do not depend on it. */
+   Threads: the region is cut into bands of rows, one per thread, where
+   each thread gets at least 147456 pixels times kernel cells (from 182 x
+   182 with a 3x3 kernel, 109 x 109 with a 5x5, on two threads); otherwise
+   the calling thread does every row. The results do not depend on it. */
 LUM_API LumStatus lumiFilter32f_8u_C1R(const Lum8u* pSrc, int srcStep, Lum8u* pDst, int dstStep,
                                        LumSize dstRoiSize, const Lum32f* pKernel,
                                        LumSize kernelSize, LumPoint anchor);

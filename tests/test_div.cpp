@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 #include "core/lum_internal.h"
+#include "image/thresholds.h"
 #include "support/builds.h"
 #include "support/cases.h"
 
@@ -197,38 +199,57 @@ TEST_P(Div, FloatGroupsWithAZeroDivisor) {
   }
 }
 
-// Long rows go to two threads in k4 and k5: the same pixels with 1, 2 and 8 threads, and the warning
-// from a zero divisor in either half or at the middle, or none.
+// Long rows are cut in two pieces in k4 and k5, which the threads of one region share: the same pixels
+// with 1, 2 and 8 threads, on one row and on enough rows for four threads, and the warning from a zero
+// divisor in either half of the last row or at its middle, or none.
 TEST_P(Div, LongRowsAlikeOnAnyThreadCount) {
   std::mt19937 rng(3);
+  const long long most = std::max({lum::kDiv8uPixelsPerThread, lum::kDiv16sPixelsPerThread, lum::kDiv32fPixelsPerThread});
   for (int len : {1023, 1024, 1025, 4095, 4096, 4097})
-    for (int zeroAt : {-1, 5, len / 2 - 1, len - 5}) {
-      std::vector<Lum8u> a8(len), b8(len), d8[3];
-      std::vector<Lum16s> a16(len), b16(len), d16[3];
-      std::vector<float> a32(len), b32(len), d32[3];
-      for (int i = 0; i < len; ++i) {
-        a8[i] = Lum8u(1 + rng() % 255), b8[i] = Lum8u(rng()), a16[i] = Lum16s(rng() | 1), b16[i] = Lum16s(rng());
-        a32[i] = float(int(rng() % 20001) - 10000) / 8.0f + 0.0625f, b32[i] = float(int(rng() % 20001) - 10000);
+    for (int h : {1, int((4 * most + len - 1) / len)})
+      for (int zeroAt : {-1, 5, len / 2 - 1, len - 5}) {
+        const int n = len * h, last = (h - 1) * len;
+        std::vector<Lum8u> a8(n), b8(n), d8[3];
+        std::vector<Lum16s> a16(n), b16(n), d16[3];
+        std::vector<float> a32(n), b32(n), d32[3];
+        for (int i = 0; i < n; ++i) {
+          a8[i] = Lum8u(1 + rng() % 255), b8[i] = Lum8u(rng()), a16[i] = Lum16s(rng() | 1), b16[i] = Lum16s(rng());
+          a32[i] = float(int(rng() % 20001) - 10000) / 8.0f + 0.0625f, b32[i] = float(int(rng() % 20001) - 10000);
+        }
+        // Denormal divisors around the middle of every row: the estimate makes them NaN, a group with a
+        // zero divisor correctly rounded, so the groups must not change with the cut.
+        for (int y = 0; y < h; ++y)
+          for (int i = len / 2 - 8; i < len / 2 + 8; ++i) a32[y * len + i] = 1e-40f;
+        if (zeroAt >= 0) a8[last + zeroAt] = 0, a16[last + zeroAt] = 0, a32[last + zeroAt] = 0;
+        const LumStatus want = zeroAt >= 0 ? lumStsDivByZero : lumStsNoErr;
+        for (int t = 0; t < 3; ++t) {
+          ThreadCountScope threads(t == 0 ? 1 : t == 1 ? 2 : 8);
+          d8[t].resize(n), d16[t].resize(n), d32[t].resize(n + 1);  // floats from the second: rows start anywhere
+          EXPECT_EQ(lumiDiv_8u_C1RSfs_arraddr[build()](a8.data(), len, b8.data(), len, d8[t].data(), len, {len, h}, -3), want);
+          EXPECT_EQ(lumiDiv_16s_C1RSfs_arraddr[build()](a16.data(), 2 * len, b16.data(), 2 * len, d16[t].data(), 2 * len,
+                                                        {len, h}, 2), want);
+          EXPECT_EQ(lumiDiv_32f_C1R_arraddr[build()](a32.data(), 4 * len, b32.data(), 4 * len, d32[t].data() + 1, 4 * len,
+                                                     {len, h}), want);
+        }
+        for (int t = 1; t < 3; ++t) {
+          EXPECT_TRUE(d8[t] == d8[0] && d16[t] == d16[0]) << len << "x" << h << " pixels, " << t << ", zero at " << zeroAt;
+          EXPECT_EQ(std::memcmp(d32[t].data() + 1, d32[0].data() + 1, 4 * size_t(n)), 0)
+              << len << "x" << h << " floats, zero at " << zeroAt;
+        }
       }
-      // Denormal divisors around the middle: the estimate makes them NaN, a group with a zero divisor
-      // correctly rounded, so the groups must not change with the split.
-      for (int i = len / 2 - 8; i < len / 2 + 8; ++i) a32[i] = 1e-40f;
-      if (zeroAt >= 0) a8[zeroAt] = 0, a16[zeroAt] = 0, a32[zeroAt] = 0;
-      const LumStatus want = zeroAt >= 0 ? lumStsDivByZero : lumStsNoErr;
-      for (int t = 0; t < 3; ++t) {
-        ThreadCountScope threads(t == 0 ? 1 : t == 1 ? 2 : 8);
-        d8[t].resize(len), d16[t].resize(len), d32[t].resize(len + 1);  // floats from the second: not 16-byte aligned
-        EXPECT_EQ(lumiDiv_8u_C1RSfs_arraddr[build()](a8.data(), len, b8.data(), len, d8[t].data(), len, {len, 1}, -3), want);
-        EXPECT_EQ(lumiDiv_16s_C1RSfs_arraddr[build()](a16.data(), 2 * len, b16.data(), 2 * len, d16[t].data(), 2 * len,
-                                                      {len, 1}, 2), want);
-        EXPECT_EQ(lumiDiv_32f_C1R_arraddr[build()](a32.data(), 4 * len, b32.data(), 4 * len, d32[t].data() + 1, 4 * len,
-                                                   {len, 1}), want);
-      }
-      for (int t = 1; t < 3; ++t) {
-        EXPECT_TRUE(d8[t] == d8[0] && d16[t] == d16[0]) << len << " pixels, " << t << ", zero at " << zeroAt;
-        EXPECT_EQ(std::memcmp(d32[t].data() + 1, d32[0].data() + 1, 4 * len), 0) << len << " floats, zero at " << zeroAt;
-      }
-    }
+}
+
+// Long rows whose destination rows overlap, on several threads, with work enough for four: they run on
+// the calling thread, in row order, the later row winning.
+TEST_P(Div, LongRowsOverlappingOnSeveralThreads) {
+  for (int threads : {2, 4}) {
+    const int w8 = 2048, h8 = int(4 * lum::kDiv8uPixelsPerThread / w8), w16 = 1500, h16 = int(4 * lum::kDiv16sPixelsPerThread / w16 + 1);
+    const int w32 = 4100, h32 = int(4 * lum::kDiv32fPixelsPerThread / w32 + 1);
+    run(build(), divIntCase<Lum8u>(build(), 0), {w8, h8, {{w8}, {w8 + 3}}, {1}}, threads);
+    run(build(), divIntCase<Lum8u>(build(), -2), {w8, h8, {{w8 + 1}, {w8}}, {w8 / 3}}, threads, kEnvs[2]);
+    run(build(), divIntCase<Lum16s>(build(), 1), {w16, h16, {{2 * w16}, {2 * w16 + 2}}, {2 * w16 - 1}}, threads);
+    run(build(), div32fCase(build()), {w32, h32, {{4 * w32}, {4 * w32 + 4}}, {4 * w32 / 2}}, threads, kEnvs[1]);
+  }
 }
 
 // The row functions' own checks: a null pointer before a length below 1.

@@ -6,15 +6,17 @@
 #include <xmmintrin.h>
 
 #include <cfenv>
+#include <algorithm>
 #include <climits>
 #include <mutex>
 #include <set>
 #include <tuple>
 
+#include "image/thresholds.h"
 #include "support/builds.h"
 #include "support/filter_check.h"
 
-#define LUM_FILTER_BANDS(tag) namespace lum::tag { void ownFilterBands(LumSize, void (*)(int, int, void*), void*); }
+#define LUM_FILTER_BANDS(tag) namespace lum::tag { void ownFilterBands(LumSize, LumSize, void (*)(int, int, void*), void*); }
 LUM_FILTER_BANDS(k0) LUM_FILTER_BANDS(k1) LUM_FILTER_BANDS(k2) LUM_FILTER_BANDS(k3) LUM_FILTER_BANDS(k4) LUM_FILTER_BANDS(k5)
 
 namespace {
@@ -95,15 +97,23 @@ TEST_P(Filter, ExceptionFlagsSetBeforeTheCallStaySet) {
       }
 }
 
-// Bands: the same pixels on 1 to 4 threads, at and beyond the 64x64 threshold, with a failing
-// allocator on one of the calls.
+// Bands: the formula's pixels on 1 to 4 threads at two threads' worth of work (pixels times kernel
+// cells, image/thresholds.h) and one column fewer, each pixel type in turn, with a failing allocator on
+// one of the calls. (Where the bands fall for each team is FilterBands' business.)
 TEST_P(Filter, ThreadsAndBands) {
-  for (auto [w, h] : {std::pair{64, 64}, {64, 66}, {63, 200}, {130, 65}}) {
-    const std::vector<Lum8u> one = checkFilter<Lum8u>(build(), {w, h, 5, 5, 2, 2, 0, 1, 1});
-    for (int t = 2; t <= 4; ++t) {
-      CountingHooks failing(t == 3);
-      checkFilter<Lum16s>(build(), {w, h, 3, 3, 1, 1, 1, t, t % kNumEnvs}), checkFilter<Lum32f>(build(), {w, h, 2, 3, 0, 2, 4, t, t % kNumEnvs});
-    }
+  int turn = 0;
+  for (auto [kw, kh] : {std::pair{5, 5}, {3, 3}, {2, 3}}) {
+    const long long rowCells = 48LL * kw * kh;  // 48 rows
+    const int at = int((2 * lum::kFilterCellsPerThread + rowCells - 1) / rowCells);
+    for (int w : {at, at - 1})
+      for (int t = 1; t <= 4; ++t, ++turn) {
+        CountingHooks failing(t == 3);
+        const int layouts[] = {0, 4, 1};  // rows this wide do not fit layouts 2 and 3, a page a row
+        const Call c{w, 48, kw, kh, turn % 3 == 2 ? 0 : kw / 2, turn % 3 == 2 ? kh - 1 : kh / 2, layouts[turn / 3 % 3], t, turn % 3};
+        if (turn % 3 == 0) checkFilter<Lum8u>(build(), c);
+        if (turn % 3 == 1) checkFilter<Lum16s>(build(), c);
+        if (turn % 3 == 2) checkFilter<Lum32f>(build(), c);
+      }
   }
 }
 
@@ -208,24 +218,41 @@ TEST_P(Filter, FastPathsAgainstTheDirectLoop) {
 
 LUM_INSTANTIATE_PER_BUILD(Filter);
 
-// The cut: 64x64 on four threads, bands of 16 rows; 64x66, the last thread 18; 63x1000 or 1000x63, one
-// band on the calling thread whatever the thread count.
+// The bands of a region: a team of as many threads as the count allows, but no more than rows, nor
+// than kFilterCellsPerThread pixels times kernel cells each; thread t takes height / team rows from
+// t * (height / team) and the last one the rest; a team of one is one band on the calling thread.
+std::set<std::pair<int, int>> bandsOf(LumSize roi, LumSize kernel, int threads) {
+  const long long cells = 1LL * roi.width * roi.height * kernel.width * kernel.height;
+  const int team = int(std::max(1LL, std::min({1LL * threads, 1LL * roi.height, cells / lum::kFilterCellsPerThread})));
+  std::set<std::pair<int, int>> bands;
+  for (int t = 0, chunk = roi.height / team; t < team; ++t) bands.insert({t * chunk, t == team - 1 ? roi.height - t * chunk : chunk});
+  return bands;
+}
+
+// Each side of two, three and four threads' worth of work: a column fewer, a row fewer, a kernel cell
+// fewer; fewer rows than threads; one thread.
 TEST(FilterBands, OneBandPerThreadTheLastTakesTheRest) {
-  void (*const bands[])(LumSize, void (*)(int, int, void*), void*) = {lum::k0::ownFilterBands, lum::k1::ownFilterBands, lum::k2::ownFilterBands,
-                                                                      lum::k3::ownFilterBands, lum::k4::ownFilterBands, lum::k5::ownFilterBands};
+  void (*const bands[])(LumSize, LumSize, void (*)(int, int, void*), void*) = {lum::k0::ownFilterBands, lum::k1::ownFilterBands, lum::k2::ownFilterBands,
+                                                                               lum::k3::ownFilterBands, lum::k4::ownFilterBands, lum::k5::ownFilterBands};
+  const long long T = lum::kFilterCellsPerThread;
+  const int wide = int((4 * T + 63) / 64), cell = int(T);
+  ASSERT_EQ(bandsOf({wide, 64}, {1, 1}, 4), (std::set<std::pair<int, int>>{{0, 16}, {16, 16}, {32, 16}, {48, 16}}));
   for (int b = 0; b < 6; ++b)
-    for (auto [w, h, threads, want] : {std::tuple{64, 64, 4, std::set<std::pair<int, int>>{{0, 16}, {16, 16}, {32, 16}, {48, 16}}},
-                                       {64, 66, 4, {{0, 16}, {16, 16}, {32, 16}, {48, 18}}}, {64, 66, 1, {{0, 66}}},
-                                       {63, 1000, 4, {{0, 1000}}}, {1000, 63, 3, {{0, 63}}}, {100, 64, 2, {{0, 32}, {32, 32}}}}) {
+    for (auto [w, h, kw, kh, threads] :
+         {std::tuple{wide, 64, 1, 1, 4}, {wide - 1, 64, 1, 1, 4}, {wide, 66, 1, 1, 4}, {wide, 63, 1, 1, 4}, {wide, 64, 1, 1, 1},
+          {1, 2, cell, 1, 2}, {1, 2, cell - 1, 1, 2}, {1, 3, cell, 1, 4}, {1, 3, 1, cell - 1, 3}, {1, 4, cell, 1, 3},
+          {int((3 * T + 9 * 40 - 1) / (9 * 40)), 40, 3, 3, 4}, {int((3 * T + 9 * 40 - 1) / (9 * 40)) - 1, 40, 3, 3, 4},
+          {100000, 3, 3, 3, 4}, {100000, 1, 5, 5, 4}}) {
       if (!processorRunsBuild(b)) continue;
       ThreadCountScope scope(threads);
       struct Seen { std::mutex m; std::set<std::pair<int, int>> bands; std::set<int> threads; } seen;
-      bands[b]({w, h}, [](int from, int count, void* c) {
+      bands[b]({w, h}, {kw, kh}, [](int from, int count, void* c) {
         Seen& s = *static_cast<Seen*>(c);
         std::lock_guard<std::mutex> lock(s.m);
         s.bands.insert({from, count}), s.threads.insert(omp_get_thread_num());
       }, &seen);
-      EXPECT_EQ(seen.bands, want) << "k" << b << " " << w << "x" << h << " on " << threads;
+      const auto want = bandsOf({w, h}, {kw, kh}, threads);
+      EXPECT_EQ(seen.bands, want) << "k" << b << " " << w << "x" << h << ", kernel " << kw << "x" << kh << " on " << threads;
       EXPECT_EQ(seen.threads.size(), want.size()) << "k" << b << " " << w << "x" << h << ": one band a thread";
     }
 }

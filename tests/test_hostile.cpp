@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "image/thresholds.h"
 #include "support/alloc_hooks.h"
 #include "support/builds.h"
 #include "support/convert_check.h"
@@ -85,8 +86,11 @@ struct Family {
   const char* name;
   int pixel, border;  // bytes per pixel; source pixels around the region (filters)
   std::function<LumStatus(Job&, int w, int h)> call;
-  int w = 160, h = 64;  // above the parallel thresholds of the element-wise functions and the filters
+  int w = 160, h = 64;
 };
+
+// Rows of `width` pixels, enough of them for two threads' worth of work.
+int rowsForTwo(long long perThread, int width) { return int((2 * perThread + width - 1) / width); }
 
 template <class T>
 T* at(std::vector<uint8_t>& v, size_t offset = 0) { return reinterpret_cast<T*>(v.data() + offset); }
@@ -101,27 +105,33 @@ std::vector<Family> families() {
       return name(at<T>(j.src[0]), s, at<T>(j.src[1]), s, at<T>(j.dst), s, {w, h}, ##__VA_ARGS__);          \
     }                                                                                                        \
   }
-  // Divisions on rows long enough to be split between two threads.
-#define LUM_DIV(name, T, width, rows, ...) \
-  [] { Family f = LUM_BINARY(name, T, ##__VA_ARGS__); return f.w = width, f.h = rows, f; }()
-  // The filters: a 3x3 kernel, anchor (1, 1), from the first interior pixel of a bordered source.
+  // Regions with two threads' worth of work (image/thresholds.h), of rows long enough to be shared.
+#define LUM_SHARED(name, T, width, perThread, ...) \
+  [] { Family f = LUM_BINARY(name, T, ##__VA_ARGS__); return f.w = width, f.h = rowsForTwo(perThread, width), f; }()
+  // The filters: a 3x3 kernel, anchor (1, 1), from the first interior pixel of a bordered source, with
+  // two threads' worth of work.
 #define LUM_FILTER(name, T)                                                                                  \
   Family {                                                                                                   \
     #name, int(sizeof(T)), 1, [](Job& j, int w, int h) {                                                     \
       const int s = (w + 2) * int(sizeof(T));                                                                \
       return name(at<T>(j.src[0], s + sizeof(T)), s, at<T>(j.dst), w * int(sizeof(T)), {w, h}, kernel, {3, 3}, \
                   {1, 1});                                                                                   \
-    }                                                                                                        \
+    }, 256, rowsForTwo(lum::kFilterCellsPerThread / 9 + 1, 256)                                              \
   }
-  return {LUM_BINARY(lumiMul_8u_C1RSfs, Lum8u, 3),   LUM_BINARY(lumiMul_16s_C1RSfs, Lum16s, -2),
-          LUM_BINARY(lumiMul_32f_C1R, Lum32f),       LUM_BINARY(lumiAbsDiff_8u_C1R, Lum8u),
-          LUM_BINARY(lumiAbsDiff_32f_C1R, Lum32f),   LUM_DIV(lumiDiv_8u_C1RSfs, Lum8u, 1030, 3, -2),
-          LUM_DIV(lumiDiv_16s_C1RSfs, Lum16s, 1030, 3, 1), LUM_DIV(lumiDiv_32f_C1R, Lum32f, 4100, 2),
-          LUM_FILTER(lumiFilter32f_8u_C1R, Lum8u),   LUM_FILTER(lumiFilter32f_16s_C1R, Lum16s),
+  return {LUM_SHARED(lumiMul_8u_C1RSfs, Lum8u, 512, lum::kMul8uPixelsPerThread, 3),
+          LUM_SHARED(lumiMul_16s_C1RSfs, Lum16s, 512, lum::kMul16sPixelsPerThread, -2),
+          LUM_SHARED(lumiMul_32f_C1R, Lum32f, 512, lum::kMul32fPixelsPerThread),
+          LUM_BINARY(lumiAbsDiff_8u_C1R, Lum8u),
+          LUM_BINARY(lumiAbsDiff_32f_C1R, Lum32f),
+          LUM_SHARED(lumiDiv_8u_C1RSfs, Lum8u, 1030, lum::kDiv8uPixelsPerThread, -2),
+          LUM_SHARED(lumiDiv_16s_C1RSfs, Lum16s, 1030, lum::kDiv16sPixelsPerThread, 1),
+          LUM_SHARED(lumiDiv_32f_C1R, Lum32f, 4100, lum::kDiv32fPixelsPerThread),
+          LUM_FILTER(lumiFilter32f_8u_C1R, Lum8u),
+          LUM_FILTER(lumiFilter32f_16s_C1R, Lum16s),
           LUM_FILTER(lumiFilter_32f_C1R, Lum32f)};
 #undef LUM_BINARY
 #undef LUM_FILTER
-#undef LUM_DIV
+#undef LUM_SHARED
 }
 
 class Concurrency : public PerBuild {};

@@ -199,7 +199,7 @@ inline int groupStart(const Lum32f* a, const Lum32f* b, const Lum32f* d, int i) 
 }
 }  // namespace
 
-// ---- Row kernel (k1..k5) and its two-thread form (k4, k5) ----------------------------
+// ---- Row kernel (k1..k5) and its form in two pieces (k4, k5) --------------------------
 
 #if LUM_BUILD >= 1
 int ownlumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int len) {
@@ -227,21 +227,26 @@ int ownlumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int l
 #endif
 
 #if LUM_BUILD >= 4
-// The second thread starts where a group of the whole row starts, so that
-// every pixel shares its group with the same neighbours as on one thread
-// (a zero divisor in a group changes how the others are computed).
+namespace {
+// Rows of 4096 pixels or more are cut in two pieces in k4 and k5, which
+// threads may share. The second piece starts where a group of the whole row
+// starts, so that every pixel shares its group with the same neighbours as
+// in the whole row (a zero divisor in a group changes how the others are
+// computed).
+constexpr int kDiv32fRowInTwo = 4096;
+
+inline int div32fRows(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2, int src2Step, Lum32f* pDst,
+                      int dstStep, LumSize roiSize, int team) {
+  return divKernelRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team, ownlumsDiv_32f,
+                       groupStart);
+}
+}  // namespace
+
+// One long row in its two pieces, on the threads its pixels pay for.
 int ownlumsDiv_32f_omp(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int len) {
-  return divRowInTwo(
-      len,
-      [=](int from, int count) { return ownlumsDiv_32f(pSrc1 + from, pSrc2 + from, pDst + from, count); },
-      [=](int half) { return groupStart(pSrc1, pSrc2, pDst, half); });
+  return div32fRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv32fPixelsPerThread));
 }
 #endif
-
-namespace {
-// Rows of 4096 pixels or more are split between two threads in k4 and k5.
-constexpr int kDiv32fRowInTwo = 4096;
-}  // namespace
 
 LumStatus lumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int len) {
   if (const LumStatus st = divRowArguments(pSrc1, pSrc2, pDst, len)) return st;
@@ -256,8 +261,17 @@ LumStatus lumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, in
   return zero ? lumStsDivByZero : lumStsNoErr;
 }
 
+// Row by row through the row function; in k4 and k5 long rows go to the
+// kernel's pieces directly, all of them in one region.
 LumStatus ownlumiDiv_32f(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2, int src2Step,
                          Lum32f* pDst, int dstStep, LumSize roiSize) {
+#if LUM_BUILD >= 4
+  if (roiSize.width >= kDiv32fRowInTwo) {
+    const int team = divTeam<Lum32f>(dstStep, roiSize, kDiv32fPixelsPerThread);
+    return div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) != 0 ? lumStsDivByZero
+                                                                                            : lumStsNoErr;
+  }
+#endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum32f* a, const Lum32f* b, Lum32f* d) {
                    return lumsDiv_32f(a, b, d, roiSize.width);

@@ -454,7 +454,7 @@ inline int divRowByBlocks(const T* a, const T* b, T* d, int len, const Block& bl
 
 }  // namespace
 
-// ---- Row kernels (k2..k5) and their two-thread forms (k4, k5) -------------------
+// ---- Row kernels (k2..k5) and their forms in two pieces (k4, k5) -----------------
 // The kernels take any scale factor (the extreme ones need no division), and
 // run under the rounding the row function sets: to nearest, or for 16s the
 // one div16sRounding gives.
@@ -491,15 +491,16 @@ int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int l
 #endif
 
 #if LUM_BUILD >= 4
+// One long row in its two pieces, on the threads its pixels pay for.
 int ownlumsDiv_8u_omp(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
-  return divRowInTwo(len, [=](int from, int count) {
-    return ownlumsDiv_8u(pSrc1 + from, pSrc2 + from, pDst + from, count, scaleFactor);
-  });
+  return divKernelRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv8uPixelsPerThread),
+                       [=](const Lum8u* a, const Lum8u* b, Lum8u* d, int n) { return ownlumsDiv_8u(a, b, d, n, scaleFactor); },
+                       divMiddle<Lum8u>);
 }
 int ownlumsDiv_16s_omp(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len, int scaleFactor) {
-  return divRowInTwo(len, [=](int from, int count) {
-    return ownlumsDiv_16s(pSrc1 + from, pSrc2 + from, pDst + from, count, scaleFactor);
-  });
+  return divKernelRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv16sPixelsPerThread),
+                       [=](const Lum16s* a, const Lum16s* b, Lum16s* d, int n) { return ownlumsDiv_16s(a, b, d, n, scaleFactor); },
+                       divMiddle<Lum16s>);
 }
 #endif
 
@@ -542,7 +543,8 @@ inline bool divRowExtremes(DivCase c, int (*kernel)(const T*, const T*, T*, int,
   return true;
 }
 
-// Rows of 1024 pixels or more are split between two threads in k4 and k5.
+// Rows of 1024 pixels or more are cut in two pieces in k4 and k5, which
+// threads may share.
 constexpr int kDivIntRowInTwo = 1024;
 
 // The quotients under the kernel's rounding: `kernel` on the row, or
@@ -552,6 +554,22 @@ inline LumStatus divRowQuotients(const T* a, const T* b, T* d, int len, int scal
                                  Kernel kernel, Kernel longRow) {
   const OwnMxcsr own(rounding);
   return divStatus((len >= kDivIntRowInTwo ? longRow : kernel)(a, b, d, len, scaleFactor) != 0);
+}
+#endif
+
+#if LUM_BUILD >= 4
+// The long rows of a call in the ordinary case: the kernel's pieces under
+// its rounding, all rows in one region of the team divTeam allows.
+template <class T>
+inline LumStatus divLongRowsQuotients(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step,
+                                      T* pDst, int dstStep, LumSize roiSize, int scaleFactor,
+                                      uint32_t rounding, int (*kernel)(const T*, const T*, T*, int, int),
+                                      long long minPixelsPerThread) {
+  const OwnMxcsr own(rounding);
+  const int team = divTeam<T>(dstStep, roiSize, minPixelsPerThread);
+  return divStatus(divKernelRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team,
+                                 [=](const T* a, const T* b, T* d, int n) { return kernel(a, b, d, n, scaleFactor); },
+                                 divMiddle<T>) != 0);
 }
 #endif
 
@@ -600,9 +618,16 @@ LumStatus lumsDiv_16s_Sfs(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst
 #undef LUM_DIV_LONG_ROW
 
 // ---- Row loops ---------------------------------------------------------------------
+// Row by row through the row function; in k4 and k5 long rows of the ordinary
+// case go to the kernel's pieces directly, all of them in one region.
 
 LumStatus ownlumiDiv_8u_Sfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2, int src2Step,
                             Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
+#if LUM_BUILD >= 4
+  if (roiSize.width >= kDivIntRowInTwo && divCase8u(scaleFactor) == DivCase::Ordinary)
+    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor,
+                                kMxcsrNearest, ownlumsDiv_8u, kDiv8uPixelsPerThread);
+#endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum8u* a, const Lum8u* b, Lum8u* d) {
                    return lumsDiv_8u_Sfs(a, b, d, roiSize.width, scaleFactor);
@@ -611,6 +636,11 @@ LumStatus ownlumiDiv_8u_Sfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2
 
 LumStatus ownlumiDiv_16s_Sfs(const Lum16s* pSrc1, int src1Step, const Lum16s* pSrc2, int src2Step,
                              Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
+#if LUM_BUILD >= 4
+  if (roiSize.width >= kDivIntRowInTwo && divCase16s(scaleFactor) == DivCase::Ordinary)
+    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor,
+                                div16sRounding(scaleFactor), ownlumsDiv_16s, kDiv16sPixelsPerThread);
+#endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum16s* a, const Lum16s* b, Lum16s* d) {
                    return lumsDiv_16s_Sfs(a, b, d, roiSize.width, scaleFactor);

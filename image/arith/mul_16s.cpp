@@ -122,21 +122,6 @@ LUM_MMX_LEAF void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d,
 }
 #endif
 
-namespace {
-
-// Whether a case runs its rows in a parallel region: the plain, left-shift
-// and sign-only cases from k2 on at any size; the rounding cases (scale
-// factors 1 to 30 alike) only when the region is large enough.
-bool mul16sParallel(MulCase c, LumSize roiSize) {
-  const bool rounding = c == MulCase::Half || c == MulCase::RightShift;
-  if (kBuild == 0) return false;
-  if (kBuild == 1) return rounding && (roiSize.height >> 2) + (roiSize.width >> 3) > 20;
-  if (!rounding) return true;
-  return sizeSum(roiSize) >= 128;
-}
-
-}  // namespace
-
 LUM_END_BUILD
 
 extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1Step,
@@ -149,10 +134,9 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1
 
   const MulCase c = mulCase16s(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);
-  const bool parallel = mul16sParallel(c, roiSize);
   const auto rows = [&](const auto& makeOp, const auto& kernel) {
     mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
-                 parallel);
+                 lum::kMul16sPixelsPerThread);
   };
   switch (c) {
     case MulCase::Plain:

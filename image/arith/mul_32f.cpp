@@ -51,10 +51,9 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_32f_C1R)(const Lum32f* pSrc1, int src1Ste
   using namespace lum::LUM_TAG;
   if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
   if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
-  // The generic and SSE-only builds run serially; from SSE2 on the rows are
-  // shared out among the library's threads whatever the size.
   mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                [] { return Mul32fOp(); },
-               [](auto a, auto b, auto d, int n) { ownsMul_32f(a, b, d, n); }, kBuild >= 2);
+               [](auto a, auto b, auto d, int n) { ownsMul_32f(a, b, d, n); },
+               lum::kMul32fPixelsPerThread);
   return lumStsNoErr;
 }

@@ -142,22 +142,6 @@ LUM_MMX_LEAF void ownsMul_8u_Bound(const Lum8u* a, const Lum8u* b, Lum8u* d, int
 }
 #endif
 
-namespace {
-
-// Whether a case runs its rows in a parallel region. The plain, left-shift
-// and sign-only cases are cheap per pixel and go parallel from k2 on at any
-// size; the rounding cases only when the region is large enough, and the
-// thresholds of scale factor 1 and of 2..16 are tuned apart.
-bool mul8uParallel(MulCase c, LumSize roiSize) {
-  const bool rounding = c == MulCase::Half || c == MulCase::RightShift;
-  if (kBuild == 0) return false;
-  if (kBuild == 1) return rounding && (roiSize.height >> 2) + (roiSize.width >> 4) > 20;
-  if (!rounding) return true;
-  return sizeSum(roiSize) >= (c == MulCase::Half ? 128 : 256);
-}
-
-}  // namespace
-
 LUM_END_BUILD
 
 extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1Step,
@@ -169,10 +153,9 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1St
 
   const MulCase c = mulCase8u(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_8u_C1R)(0, pDst, dstStep, roiSize);
-  const bool parallel = mul8uParallel(c, roiSize);
   const auto rows = [&](const auto& makeOp, const auto& kernel) {
     mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
-                 parallel);
+                 lum::kMul8uPixelsPerThread);
   };
   switch (c) {
     case MulCase::Plain:

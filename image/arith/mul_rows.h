@@ -124,9 +124,10 @@ LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) 
 #endif  // LUM_BUILD >= 1
 
 // The image loop of one case. The generic build has no row kernels and runs
-// the case as a plain loop over the operation made by makeOp(); the others
-// call `kernel` once per row, in a parallel region when `parallel` says so
-// and the destination rows do not overlap.
+// the case as a plain loop over the operation made by makeOp(), on the
+// calling thread; the others call `kernel` once per row, in a parallel region
+// where every thread gets at least minPixelsPerThread pixels and the
+// destination rows do not overlap.
 // Both are generic lambdas, so that the generic build never names a kernel
 // it does not have, and the vector builds never build an operation's
 // register constants outside a kernel (k1's kernels are the MMX leaf
@@ -134,11 +135,11 @@ LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) 
 template <class T, class MakeOp, class Kernel>
 inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst,
                          int dstStep, LumSize roiSize, const MakeOp& makeOp, const Kernel& kernel,
-                         bool parallel) {
+                         long long minPixelsPerThread) {
   const int width = roiSize.width;
   if constexpr (kBuild == 0) {
     (void)kernel;
-    (void)parallel;
+    (void)minPixelsPerThread;
     const auto op = makeOp();
     serialRows(roiSize.height, [&](int y) {
       mulScalarRow(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y),
@@ -146,17 +147,14 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
     });
   } else {
     (void)makeOp;
-    const auto body = [&](int y) {
+    const int team = rowsApart(dstStep, width, static_cast<int>(sizeof(T)))
+                         ? teamFor(roiSize.height, static_cast<long long>(width) * roiSize.height,
+                                   minPixelsPerThread)
+                         : 1;
+    parallelRows(roiSize.height, team, [&](int y) {
       kernel(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y), width);
-    };
-    parallelRows(roiSize.height,
-                 parallel && rowsApart(dstStep, width, static_cast<int>(sizeof(T))), body);
+    });
   }
-}
-
-// Width plus height without overflow, for the parallel thresholds.
-inline long long sizeSum(LumSize roiSize) {
-  return static_cast<long long>(roiSize.width) + roiSize.height;
 }
 
 LUM_END_BUILD

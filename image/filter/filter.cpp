@@ -12,8 +12,6 @@ LUM_BEGIN_BUILD
 
 namespace {
 
-constexpr int kMinParallelSide = 64;
-
 // Pointers, then sizes (destination width and height, kernel width and
 // height), then steps: a source row must hold the window's width, a
 // destination row the region's. Products in 64 bits, so that a row longer
@@ -58,20 +56,25 @@ LumStatus filter(const FilterCall<T>& call) {
   const LumStatus st = filterChecks(call.src, call.srcStep, call.dst, call.dstStep, call.roi,
                                     call.kernel, call.ks);
   if (st != lumStsNoErr) return st;
-  ownFilterBands(call.roi, &FilterCall<T>::band, const_cast<FilterCall<T>*>(&call));
+  ownFilterBands(call.roi, call.ks, &FilterCall<T>::band, const_cast<FilterCall<T>*>(&call));
   return lumStsNoErr;
 }
 
 }  // namespace
 
-void ownFilterBands(LumSize roi, FilterBandFn band, void* context) {
-  const bool large = roi.width >= kMinParallelSide && roi.height >= kMinParallelSide;
-  const int team = large && ownGetNumThreads() > 1 ? ownGetTeamSize(roi.height) : 1;
+// The work of a call: every destination pixel a sum over the kernel's
+// cells, as many as a 64-bit count holds.
+inline long long filterCells(LumSize roi, LumSize kernelSize) {
+  const long long pixels = static_cast<long long>(roi.width) * roi.height;
+  const long long area = static_cast<long long>(kernelSize.width) * kernelSize.height;
+  long long cells;
+  return __builtin_mul_overflow(pixels, area, &cells) ? __LONG_LONG_MAX__ : cells;
+}
+
+void ownFilterBands(LumSize roi, LumSize kernelSize, FilterBandFn band, void* context) {
+  const int team = teamFor(roi.height, filterCells(roi, kernelSize), kFilterCellsPerThread);
   if (team == 1) return band(0, roi.height, context);
-  chunksLastTakesRest(team, roi.height, [&](int from, int count) {
-    band(from, count, context);
-    return 0;
-  });
+  chunksLastTakesRest(team, roi.height, [&](int from, int count) { band(from, count, context); });
 }
 
 LUM_END_BUILD

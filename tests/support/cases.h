@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "core/lum_internal.h"
+#include "image/thresholds.h"
 #include "support/harness.h"
 #include "support/scaled_reference.h"
 
@@ -20,11 +21,13 @@ namespace lumtest {
 template <class T>
 Case<T> mulCase(int build, int sf) {
   if constexpr (std::is_same_v<T, Lum32f>) {
-    return {"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
-            [build](const float* a, const float* b, Ctx& ctx) {
+    Case<T> c{"lumiMul_32f_C1R", reinterpret_cast<const void*>(lumiMul_32f_C1R_arraddr[build]), 2, {}, {},
+              [build](const float* a, const float* b, Ctx& ctx) {
                 return floatReference(a, b, build, ctx, sseMul, [](double x, double y) { return x * y; });
               },
-            nullAndSizeChecks(2)};
+              nullAndSizeChecks(2)};
+    c.perThread = build >= 1 ? lum::kMul32fPixelsPerThread : 0;
+    return c;
   } else {
     constexpr bool k8u = sizeof(T) == 1;
     constexpr int lo = k8u ? 0 : -32768, hi = k8u ? 255 : 32767;
@@ -35,6 +38,7 @@ Case<T> mulCase(int build, int sf) {
               2, {}, {uint32_t(sf)}, [ref](const T* a, const T* b, Ctx&) { return T(ref(*a, *b)); },
               nullAndSizeChecks(2)};
     c.readsSources = ref(lo, lo) || ref(hi, hi);  // else every product rounds to 0
+    c.perThread = build >= 1 && c.readsSources ? (k8u ? lum::kMul8uPixelsPerThread : lum::kMul16sPixelsPerThread) : 0;
     return c;
   }
 }
@@ -74,6 +78,7 @@ Case<T> divIntCase(int build, int sf) {
             },
             divChecks()};
   c.anySteps = false;
+  c.perThread = build >= 4 ? (k8u ? lum::kDiv8uPixelsPerThread : lum::kDiv16sPixelsPerThread) : 0, c.minRow = 1024;
   return c;
 }
 
@@ -117,6 +122,7 @@ inline Case<Lum32f> div32fCase(int build) {
   Case<Lum32f> c{"lumiDiv_32f_C1R", reinterpret_cast<const void*>(lumiDiv_32f_C1R_arraddr[build]), 2, {}, {},
                  [build](const float* a, const float* b, Ctx& ctx) { return div32f(a, b, build, ctx); }, divChecks()};
   c.anySteps = false;
+  c.perThread = build >= 4 ? lum::kDiv32fPixelsPerThread : 0, c.minRow = 4096;
   return c;
 }
 

@@ -282,6 +282,10 @@ struct Case {
   bool readsSources = true;  // false: the sources lie in unreadable memory
   bool anySteps = true;      // zero, negative and overlapping steps accepted
   int stepUnit = 1;          // the steps accepted are multiples of it
+  // Where the function shares rows among threads: each thread of a region gets at least perThread
+  // pixels (0: it never does), of rows at least minRow pixels long.
+  long long perThread = 0;
+  int minRow = 1;
 };
 
 // Test inputs as a pixel's bits (a float passed through the x87 would have a signalling NaN quieted):
@@ -390,8 +394,6 @@ void run(int build, const Case<T>& c, const Layout& l, int threads = 1, const Fp
 template <class T>
 void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& caseAt) {
   const int px = int(sizeof(T)), large[][2] = {{4096, 3}, {257, 64}, {1, 300}, {1000, 37}};
-  const int edge[][2] = {{100, 27}, {100, 28}, {200, 55}, {200, 56}, {160, 40}, {176, 40},
-                         {80, 40},  {88, 40},  {80, 47}};
   // Widths 1 to 70 (every prologue, block and tail length of the row kernels) and larger regions, at
   // least eight calls a width at rotating start alignments, paddings and environments, the cases'
   // parameters moving with the width.
@@ -426,12 +428,12 @@ void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& case
       for (const Layout& l : ls)
         if (l.inPlace < c.sources) run(build, c, l);
     }
-    // Both sides of the parallel thresholds (width + height 127/128 and 255/256; (height >> 2) +
-    // (width >> 4) or (width >> 3) of 20/21), each with 1, 2 and 4 threads, the environment rotating;
-    // then destination rows that overlap, with several threads.
-    for (int s = 0; s < 27; ++s) {
-      const int w = edge[s / 3][0], rb = w * px;
-      run(build, c, {w, edge[s / 3][1], {{rb + u}, {rb, 8, true}}, {rb + 4 + 4 * (s & 1), 5 * s % 16}}, 1 << s % 3,
+    // Both sides of the parallel threshold, where the case has one: two threads' worth of pixels in 4
+    // rows (rows of at least minRow pixels), and one column fewer, each with 1, 2 and 4 threads, the
+    // environment rotating; then destination rows that overlap, with several threads.
+    for (int s = 0; s < 6 && c.perThread > 0; ++s) {
+      const int w = int(std::max<long long>(c.minRow + 1, (2 * c.perThread + 3) / 4)) - s / 3, rb = w * px;
+      run(build, c, {w, 4, {{rb + u}, {rb, 8, true}}, {rb + 4 * u * (s & 1), 5 * s % 16}}, 1 << s % 3,
           kEnvs[(s / 3 + s) % kNumEnvs]);
     }
     for (int s = 0; s < 4 && c.anySteps; ++s)

@@ -1,0 +1,53 @@
+// Where a parallel region pays: the work each thread of a region must have,
+// for every image function that opens one. Below it the region runs on the
+// calling thread, since opening it (waking the team and its closing
+// barrier, with a system call or two on 32-bit x86) costs more than a
+// second thread saves. Work is counted in pixels, for the filters in pixels
+// times kernel cells. A region of n threads is opened only where each of
+// them gets the amount; the pixels and statuses do not depend on it.
+//
+// The amounts are fixed; nothing is measured at run time. They come from
+// the SSE4.1 build (the fastest per pixel, so the amount that pays for it
+// pays for every build) on a 2-processor virtual machine, where an empty
+// region of two threads cost 9 to 18 us: one thread against two, forced
+// into a region at every size, fastest of 31 runs each (the machine was
+// shared), sizes growing until two threads won. Each amount lies where two
+// threads came out about 1.1 to 1.3 times as fast as one; with the amounts
+// in place, a region of just that much work gave 1.02 to 1.31 (medians) and
+// one a column smaller, run on the calling thread, 0.99 to 1.01. bench/
+// (scripts/bench.sh) pairs every function and size on one thread and on the
+// processor count, to check them again.
+//
+// Shared by every build and by the tests, which check both sides of each.
+#ifndef LUM_IMAGE_THRESHOLDS_H
+#define LUM_IMAGE_THRESHOLDS_H
+
+namespace lum {
+
+// Multiplication (k1..k5), pixels per thread: the plain case (scale factor
+// 0), the cheapest per pixel, at 0.065 (8u), 0.10 (16s) and 0.14 (32f) ns a
+// pixel on one thread. Two threads gave 0.91, 0.91 and 1.03 at 131072,
+// 65536 and 65536 pixels a thread; 1.18, 1.11 and 1.23 at 231200, 131072
+// and 131072.
+constexpr long long kMul8uPixelsPerThread = 196608;
+constexpr long long kMul16sPixelsPerThread = 131072;
+constexpr long long kMul32fPixelsPerThread = 98304;
+
+// Division's long rows (k4, k5), pixels per thread, at 0.60 (8u), 0.68
+// (16s) and 0.29 (32f) ns a pixel on one thread. Two threads gave 0.97,
+// 1.03 and 0.96 at 16384, 16384 and 32768 pixels a thread; 1.28, 1.34 and
+// 1.24 at the amounts.
+constexpr long long kDiv8uPixelsPerThread = 32768;
+constexpr long long kDiv16sPixelsPerThread = 32768;
+constexpr long long kDiv32fPixelsPerThread = 65536;
+
+// Filters, pixels times kernel cells per thread: about 0.08 to 0.11 ns a
+// cell on one thread for every pixel type and kernel size (3x3 and 5x5).
+// Two threads gave 0.92 (8u, 3x3) and 0.83 (32f, 3x3) at 73728 cells a
+// thread, 0.98 (32f, 5x5) at 115200; 1.12 and 1.04 at 115200, 1.25 at
+// 204800.
+constexpr long long kFilterCellsPerThread = 147456;
+
+}  // namespace lum
+
+#endif

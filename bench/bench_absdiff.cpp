@@ -1,4 +1,5 @@
-// Absolute difference per build at 256x256 and 4096x4096, beside the plain
+// Absolute difference per build on one thread (and k5 on the processor
+// count, which it runs on the calling thread all the same), beside the plain
 // loop and memcpy; for floats also just below and at the cache switch of
 // k2, k4 and k5, and the cached kernel against the streaming one directly.
 #include "bench_common.h"
@@ -39,17 +40,16 @@ void runAbsDiff(benchmark::State& st, Fn fn, int w, int h) {
   st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
 }
 
+// No build shares the rows among threads.
+bool opensRegions(int) { return false; }
+
 template <class T>
 void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plain, int w, int h) {
-  const std::string size = lumbench::sizeName(w, h);
-  for (int k = 0; k < 6; ++k)
-    if (lumbench::buildSupported(k))
-      benchmark::RegisterBenchmark((std::string(family) + "/k" + std::to_string(k) + "/" + size).c_str(),
-                                   runAbsDiff<T, AbsDiff<T>>, table[k], w, h);
-  if (lumbench::buildSupported(5))
-    benchmark::RegisterBenchmark((std::string(family) + "/plain/" + size).c_str(), runAbsDiff<T, AbsDiff<T>>,
-                                 plain, w, h);
-  lumbench::registerMemcpy(family, w, h, static_cast<size_t>(w) * h * sizeof(T));
+  lumbench::registerBuilds(family, w, h, opensRegions, [=](int k) {
+    return [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, table[k], w, h); };
+  });
+  lumbench::registerReferences(family, w, h, [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h); },
+                               static_cast<size_t>(w) * h * sizeof(T));
 }
 
 LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s) {
@@ -72,25 +72,27 @@ LumStatus k5Kernel(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, 
 }
 
 const int registered = [] {
-  for (const int n : {256, 4096}) {
-    registerFamily<Lum8u>("AbsDiff_8u", lumiAbsDiff_8u_C1R_arraddr, plain8u, n, n);
-    registerFamily<Lum32f>("AbsDiff_32f", lumiAbsDiff_32f_C1R_arraddr, plain32f, n, n);
+  for (const auto& [w, h] : lumbench::imageSizes()) {
+    registerFamily<Lum8u>("AbsDiff_8u", lumiAbsDiff_8u_C1R_arraddr, plain8u, w, h);
+    registerFamily<Lum32f>("AbsDiff_32f", lumiAbsDiff_32f_C1R_arraddr, plain32f, w, h);
   }
-  // The switch: 1024-pixel rows, one row below it and one above, when the
-  // processor reports a cache.
-  int cache = 0;
-  if (lumGetMaxCacheSizeB(&cache) == lumStsNoErr && cache >= 12 * 1024 * 2) {
+  // The switch: 1024-pixel rows, one row below it and one above, where the
+  // largest cache the switch compares with is known and small enough to
+  // measure (up to 32 MiB).
+  const int cache = ownGetLargestCacheSize();
+  if (cache >= 12 * 1024 * 2 && cache <= 32 << 20) {
     const int rows = cache / (12 * 1024);
     registerFamily<Lum32f>("AbsDiff_32f_below_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows - 1);
     registerFamily<Lum32f>("AbsDiff_32f_above_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows + 1);
   }
   if (lumbench::buildSupported(5))
     for (const int n : {1024, 4096}) {
-      const std::string size = lumbench::sizeName(n, n);
-      benchmark::RegisterBenchmark(("AbsDiff_32f_kernels/cached/" + size).c_str(),
-                                   runAbsDiff<Lum32f, AbsDiff<Lum32f>>, k5Kernel<false>, n, n);
-      benchmark::RegisterBenchmark(("AbsDiff_32f_kernels/streaming/" + size).c_str(),
-                                   runAbsDiff<Lum32f, AbsDiff<Lum32f>>, k5Kernel<true>, n, n);
+      lumbench::registerVariant("AbsDiff_32f_kernels", "cached", n, n, 1, [n](benchmark::State& st) {
+        runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<false>, n, n);
+      });
+      lumbench::registerVariant("AbsDiff_32f_kernels", "streaming", n, n, 1, [n](benchmark::State& st) {
+        runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<true>, n, n);
+      });
     }
   return 0;
 }();

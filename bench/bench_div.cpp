@@ -1,10 +1,10 @@
-// Division per build at 256x256 and 4096x4096 (8u at scale factors 0 and -7,
-// 16s at 0 and 3, 32f), beside the plain loop of the same rule and memcpy;
-// and the long rows of k4 and k5 on one thread and on two. Then each class of
-// scale factor the integer divisions treat apart: 8u at 4 and 12 (every
-// quotient rounds to 0), 16s at -4, -12 (dividends shifted beyond 24 bits)
-// and 20 (every quotient rounds to 0), and both at 0 with zero divisors among
-// the others.
+// Division per build (8u at scale factors 0 and -7, 16s at 0 and 3, 32f) on
+// one thread and on the processor count, beside the plain loop of the same
+// rule and memcpy. Then, at 256x256 and 4096x4096, each class of scale
+// factor the integer divisions treat apart: 8u at 4 and 12 (every quotient
+// rounds to 0), 16s at -4, -12 (dividends shifted beyond 24 bits) and 20
+// (every quotient rounds to 0), and both at 0 with zero divisors among the
+// others.
 #include "bench_common.h"
 #include "plain_loops.h"
 
@@ -28,39 +28,34 @@ void fillDivisors(Buffer& a, int zeroEvery) {
 }
 
 template <class T, class Call>
-void runDiv(benchmark::State& st, const Call& call, int w, int h, int threads, int zeroEvery) {
+void runDiv(benchmark::State& st, const Call& call, int w, int h, int zeroEvery) {
   const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
   Buffer a(bytes), b(bytes), d(bytes);
   fillDivisors<T>(a, zeroEvery);
   const int step = w * static_cast<int>(sizeof(T));
-  lumSetNumThreads(threads);
   for (auto _ : st) {
     call(a.as<T>(), step, b.as<T>(), step, d.as<T>(), step, LumSize{w, h});
     benchmark::ClobberMemory();
   }
-  lumSetNumThreads(1);
   st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
 }
 
-// One kernel: the builds, the plain loop, memcpy; the builds with long rows
-// split again on two threads.
+// The builds that share long rows among threads: SSSE3 and SSE4.1.
+bool opensRegions(int k) { return k >= 4; }
+
+// One kernel: the builds, the plain loop, memcpy.
 template <class T, class Fn>
 void registerKernel(const std::string& kernel, Fn const* table, Fn plain, int w, int h,
                     const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call,
                     int zeroEvery = 0) {
-  const std::string size = lumbench::sizeName(w, h);
-  const auto add = [&](const std::string& variant, Fn fn, int threads) {
-    benchmark::RegisterBenchmark((kernel + "/" + variant + "/" + size).c_str(), [=](benchmark::State& st) {
+  const auto measure = [=](Fn fn) {
+    return [=](benchmark::State& st) {
       runDiv<T>(st, [&](const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) { call(fn, a, as, b, bs, d, ds, s); },
-                w, h, threads, zeroEvery);
-    });
+                w, h, zeroEvery);
+    };
   };
-  for (int k = 0; k < 6; ++k)
-    if (lumbench::buildSupported(k)) add("k" + std::to_string(k), table[k], 1);
-  if (lumbench::buildSupported(5)) add("plain", plain, 1);
-  lumbench::registerMemcpy(kernel, w, h, static_cast<size_t>(w) * h * sizeof(T));
-  for (int k = 4; k < 6; ++k)
-    if (lumbench::buildSupported(k) && w >= 1024) add("k" + std::to_string(k) + "_2threads", table[k], 2);
+  lumbench::registerBuilds(kernel, w, h, opensRegions, [=](int k) { return measure(table[k]); });
+  lumbench::registerReferences(kernel, w, h, measure(plain), static_cast<size_t>(w) * h * sizeof(T));
 }
 
 template <class T>
@@ -75,10 +70,10 @@ LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, 
 }
 
 template <class T>
-void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int n, int zeroEvery = 0) {
+void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int w, int h, int zeroEvery = 0) {
   registerKernel<T, DivSfs<T>>("Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)) +
                                    (zeroEvery ? "_zeros" : ""),
-                               table, plainSfs<T>, n, n,
+                               table, plainSfs<T>, w, h,
                                [sf](DivSfs<T> fn, const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
                                  fn(a, as, b, bs, d, ds, s, sf);
                                },
@@ -86,19 +81,19 @@ void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int n,
 }
 
 const int registered = [] {
-  for (const int n : {256, 4096}) {
-    for (int sf : {0, -7}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, n);
-    for (int sf : {0, 3}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, n);
-    registerKernel<Lum32f, Div32f>("Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, n, n,
+  for (const auto& [w, h] : lumbench::imageSizes()) {
+    for (int sf : {0, -7}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, w, h);
+    for (int sf : {0, 3}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, w, h);
+    registerKernel<Lum32f, Div32f>("Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, w, h,
                                    [](Div32f fn, const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds,
                                       LumSize s) { fn(a, as, b, bs, d, ds, s); });
   }
   // The other classes of scale factor, and zero divisors (one in 61) among the others.
   for (const int n : {256, 4096}) {
-    for (int sf : {4, 12}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, n);
-    for (int sf : {-4, -12, 20}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, n);
-    registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, 0, n, 61);
-    registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, 0, n, 61);
+    for (int sf : {4, 12}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, n, n);
+    for (int sf : {-4, -12, 20}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, n, n);
+    registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, 0, n, n, 61);
+    registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, 0, n, n, 61);
   }
   return 0;
 }();

@@ -1,14 +1,8 @@
 // The three float-kernel filters per build, 3x3 and 5x5 kernels (anchor in
-// the middle), 256x256 and 1024x1024, on one and two threads, beside the
-// formula as a plain loop. Groups are named <filter>_<kernel>_<threads>t so
-// that the two thread counts of a build sit in tables of their own;
-// throughput counts the source window read and the destination written;
-// counters give time-stamp ticks (cyc/px) and nanoseconds (ns/px) per
-// destination pixel.
-#include <x86intrin.h>
-
-#include <chrono>
-
+// the middle), 64x64, 256x256, 1024x1024 and 1920x1080, on one thread and on
+// the processor count, beside the formula as a plain loop and memcpy of the
+// destination's bytes. Throughput counts the source window read and the
+// destination written; ns/px is per destination pixel.
 #include "bench_common.h"
 #include "plain_loops.h"
 
@@ -20,7 +14,7 @@ template <class T>
 using Filter = LumStatus (*)(const T*, int, T*, int, LumSize, const Lum32f*, LumSize, LumPoint);
 
 template <class T>
-void runFilter(benchmark::State& st, Filter<T> fn, int w, int h, int kSize, int threads) {
+void runFilter(benchmark::State& st, Filter<T> fn, int w, int h, int kSize) {
   const int border = kSize - 1, srcStep = (w + border) * static_cast<int>(sizeof(T));
   const size_t srcBytes = static_cast<size_t>(srcStep) * (h + border), dstBytes = static_cast<size_t>(w) * h * sizeof(T);
   Buffer src(srcBytes), dst(dstBytes);
@@ -30,18 +24,10 @@ void runFilter(benchmark::State& st, Filter<T> fn, int w, int h, int kSize, int 
   for (int i = 0; i < kSize * kSize; ++i) kernel[i] = static_cast<float>(1 + i % 3) / (2.0f * kSize * kSize);
   const int c = kSize / 2;
   const T* first = reinterpret_cast<const T*>(src.as<unsigned char>() + c * srcStep) + c;
-  lumSetNumThreads(threads);
-  const auto wallStart = std::chrono::steady_clock::now();
-  const uint64_t start = __rdtsc();
   for (auto _ : st) {
     fn(first, srcStep, dst.as<T>(), w * static_cast<int>(sizeof(T)), {w, h}, kernel.data(), {kSize, kSize}, {c, c});
     benchmark::ClobberMemory();
   }
-  const double pixels = static_cast<double>(st.iterations()) * w * h;
-  lumSetNumThreads(1);
-  // Time-stamp counter ticks per destination pixel (the nominal clock's cycles), and wall time per pixel.
-  st.counters["cyc/px"] = static_cast<double>(__rdtsc() - start) / pixels;
-  st.counters["ns/px"] = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - wallStart).count() / pixels;
   st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * static_cast<int64_t>(srcBytes + dstBytes));
 }
 
@@ -51,20 +37,20 @@ LumStatus plainFilter(const T* s, int ss, T* d, int ds, LumSize size, const Lum3
   return lumStsNoErr;
 }
 
+// Every build cuts large regions into bands over the threads.
+bool opensRegions(int) { return true; }
+
 template <class T>
 void registerFilter(const char* family, Filter<T> const* table, Filter<T> plain) {
-  for (const int n : {256, 1024})
-    for (const int kSize : {3, 5})
-      for (const int threads : {1, 2}) {
-        const std::string group = std::string(family) + "_" + std::to_string(kSize) + "x" + std::to_string(kSize) + "_" +
-                                  std::to_string(threads) + "t/", size = "/" + lumbench::sizeName(n, n);
-        for (int k = 0; k < 6; ++k)
-          if (lumbench::buildSupported(k))
-            benchmark::RegisterBenchmark((group + "k" + std::to_string(k) + size).c_str(), runFilter<T>, table[k], n, n, kSize, threads)
-                ->UseRealTime();
-        if (lumbench::buildSupported(5))
-          benchmark::RegisterBenchmark((group + "plain" + size).c_str(), runFilter<T>, plain, n, n, kSize, 1)->UseRealTime();
-      }
+  for (const auto& [w, h] : {std::pair{64, 64}, {256, 256}, {1024, 1024}, {1920, 1080}})
+    for (const int kSize : {3, 5}) {
+      const std::string kernel = std::string(family) + "_" + std::to_string(kSize) + "x" + std::to_string(kSize);
+      lumbench::registerBuilds(kernel, w, h, opensRegions, [=, w = w, h = h](int k) {
+        return [=](benchmark::State& st) { runFilter<T>(st, table[k], w, h, kSize); };
+      });
+      lumbench::registerReferences(kernel, w, h, [=, w = w, h = h](benchmark::State& st) { runFilter<T>(st, plain, w, h, kSize); },
+                                   static_cast<size_t>(w) * h * sizeof(T));
+    }
 }
 
 const int registered = [] {

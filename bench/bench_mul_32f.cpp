@@ -1,5 +1,6 @@
-// Float multiplication per build, the plain loop, memcpy; and the cost of the
-// exported stub against calling the selected build directly.
+// Float multiplication per build on one thread and on the processor count,
+// the plain loop, memcpy; and the cost of the exported stub against calling
+// the selected build directly.
 #include "bench_common.h"
 #include "core/lum_internal.h"
 #include "plain_loops.h"
@@ -43,6 +44,7 @@ void stubCall(benchmark::State& st) {
     benchmark::ClobberMemory();
   }
   lumJumpIndexForMergedLibs = saved;
+  lumbench::countPixels(st, 1);
 }
 
 template <int k>
@@ -61,6 +63,7 @@ void directCall(benchmark::State& st) {
     benchmark::DoNotOptimize(s);
     benchmark::ClobberMemory();
   }
+  lumbench::countPixels(st, 1);
 }
 
 template <int k>
@@ -80,19 +83,18 @@ void registerStubOverhead() {
   registerStub<5>();
 }
 
+// The builds that share rows among threads: all but the generic one.
+bool opensRegions(int k) { return k >= 1; }
+
 const int registered = [] {
-  const int sizes[][2] = {{64, 64}, {1024, 1024}, {4096, 4096}};
-  for (const auto& s : sizes) {
-    const int w = s[0], h = s[1];
-    const std::string size = lumbench::sizeName(w, h);
-    for (int k = 0; k < 6; ++k) {
-      if (!lumbench::buildSupported(k)) continue;
-      benchmark::RegisterBenchmark(("Mul_32f/k" + std::to_string(k) + "/" + size).c_str(),
-                                   runMul, lumiMul_32f_C1R_arraddr[k], w, h);
-    }
-    if (lumbench::buildSupported(5))
-      benchmark::RegisterBenchmark(("Mul_32f/plain/" + size).c_str(), runMul, plainMul, w, h);
-    lumbench::registerMemcpy("Mul_32f", w, h, static_cast<size_t>(w) * h * 4);
+  std::vector<std::pair<int, int>> sizes = lumbench::imageSizes();
+  sizes.insert(sizes.begin() + 2, {1024, 1024});
+  for (const auto& [w, h] : sizes) {
+    lumbench::registerBuilds("Mul_32f", w, h, opensRegions, [w = w, h = h](int k) {
+      return [=](benchmark::State& st) { runMul(st, lumiMul_32f_C1R_arraddr[k], w, h); };
+    });
+    lumbench::registerReferences("Mul_32f", w, h, [w = w, h = h](benchmark::State& st) { runMul(st, plainMul, w, h); },
+                                 static_cast<size_t>(w) * h * 4);
   }
   registerStubOverhead();
   return 0;

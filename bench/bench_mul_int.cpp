@@ -1,5 +1,6 @@
 // Scaled integer multiplication per build at scale factors 0, 1, 4 and -2,
-// beside the plain loop of the same rule and memcpy of one image's bytes.
+// on one thread and on the processor count, beside the plain loop of the
+// same rule and memcpy of one image's bytes.
 #include "bench_common.h"
 #include "plain_loops.h"
 
@@ -36,23 +37,19 @@ LumStatus plain16s(const Lum16s* a, int as, const Lum16s* b, int bs, Lum16s* d, 
 
 std::string factorName(int sf) { return sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf); }
 
+// The builds that share rows among threads: all but the generic one.
+bool opensRegions(int k) { return k >= 1; }
+
 template <class T>
 void registerType(const std::string& type, MulSfs<T> const* table, MulSfs<T> plain) {
-  const int sizes[][2] = {{256, 256}, {4096, 4096}};
   for (int sf : {0, 1, 4, -2})
-    for (const auto& s : sizes) {
-      const int w = s[0], h = s[1];
+    for (const auto& [w, h] : lumbench::imageSizes()) {
       const std::string kernel = "Mul_" + type + "_sf" + factorName(sf);
-      const std::string size = lumbench::sizeName(w, h);
-      for (int k = 0; k < 6; ++k) {
-        if (!lumbench::buildSupported(k)) continue;
-        benchmark::RegisterBenchmark((kernel + "/k" + std::to_string(k) + "/" + size).c_str(),
-                                     runMul<T>, table[k], w, h, sf);
-      }
-      if (lumbench::buildSupported(5))
-        benchmark::RegisterBenchmark((kernel + "/plain/" + size).c_str(), runMul<T>, plain, w, h,
-                                     sf);
-      lumbench::registerMemcpy(kernel, w, h, static_cast<size_t>(w) * h * sizeof(T));
+      lumbench::registerBuilds(kernel, w, h, opensRegions, [=, w = w, h = h](int k) {
+        return [=](benchmark::State& st) { runMul<T>(st, table[k], w, h, sf); };
+      });
+      lumbench::registerReferences(kernel, w, h, [=, w = w, h = h](benchmark::State& st) { runMul<T>(st, plain, w, h, sf); },
+                                   static_cast<size_t>(w) * h * sizeof(T));
     }
 }
 

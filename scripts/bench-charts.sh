@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Draws one PNG chart per benchmark family from the CSV of scripts/bench.sh:
 # throughput (GB/s, bytes read plus written, median of the repetitions) of
-# each build beside the plain loop and memcpy, one group of bars per size.
+# each build on one thread beside the plain loop and memcpy, one group of
+# bars per size (the thread counts' speed-ups are in bench.sh's tables).
 #   scripts/bench-charts.sh RESULTS.csv OUTPUT_DIRECTORY
 # Needs gnuplot (scripts/setup.sh charts). The stub overhead and the
 # streaming-store comparison are no family of builds and get no chart.
@@ -16,7 +17,7 @@ data=$(mktemp -d); trap 'rm -rf "$data"' EXIT
 # dash where one size lacks it).
 awk -F, -v dir="$data" '
   /_median"?,/ {
-    name = $1; gsub(/"/, "", name); sub(/_median$/, "", name)
+    name = $1; gsub(/"/, "", name); sub(/_median$/, "", name); sub(/\/real_time$/, "", name)
     if (split(name, p, "/") != 3 || p[1] == "Stub" || p[1] ~ /_kernels$/) next
     family = p[1]; variant = p[2]; size = p[3]
     if (!(family in seen)) { seen[family] = 1; families[++nf] = family }

@@ -61,10 +61,10 @@ LUM_MMX_INLINE Vec vSub16(Vec a, Vec b) { return _mm_sub_pi16(a, b); }
 LUM_MMX_INLINE Vec vSubsU16(Vec a, Vec b) { return _mm_subs_pu16(a, b); }
 LUM_MMX_INLINE Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_pi16(a, b); }
 LUM_MMX_INLINE Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_pu16(a, b); }
+LUM_MMX_INLINE Vec vMulHiS16(Vec a, Vec b) { return _mm_mulhi_pi16(a, b); }
 LUM_MMX_INLINE Vec vAdd32(Vec a, Vec b) { return _mm_add_pi32(a, b); }
 LUM_MMX_INLINE Vec vSub32(Vec a, Vec b) { return _mm_sub_pi32(a, b); }
 LUM_MMX_INLINE Vec vCmpEq32(Vec a, Vec b) { return _mm_cmpeq_pi32(a, b); }
-LUM_MMX_INLINE Vec vMadd16(Vec a, Vec b) { return _mm_madd_pi16(a, b); }
 
 LUM_MMX_INLINE Vec vShl16(Vec a, Vec n) { return _mm_sll_pi16(a, n); }
 LUM_MMX_INLINE Vec vShrU16(Vec a, Vec n) { return _mm_srl_pi16(a, n); }
@@ -117,10 +117,10 @@ LUM_MMX_INLINE Vec vSub16(Vec a, Vec b) { return _mm_sub_epi16(a, b); }
 LUM_MMX_INLINE Vec vSubsU16(Vec a, Vec b) { return _mm_subs_epu16(a, b); }
 LUM_MMX_INLINE Vec vMulLo16(Vec a, Vec b) { return _mm_mullo_epi16(a, b); }
 LUM_MMX_INLINE Vec vMulHiU16(Vec a, Vec b) { return _mm_mulhi_epu16(a, b); }
+LUM_MMX_INLINE Vec vMulHiS16(Vec a, Vec b) { return _mm_mulhi_epi16(a, b); }
 LUM_MMX_INLINE Vec vAdd32(Vec a, Vec b) { return _mm_add_epi32(a, b); }
 LUM_MMX_INLINE Vec vSub32(Vec a, Vec b) { return _mm_sub_epi32(a, b); }
 LUM_MMX_INLINE Vec vCmpEq32(Vec a, Vec b) { return _mm_cmpeq_epi32(a, b); }
-LUM_MMX_INLINE Vec vMadd16(Vec a, Vec b) { return _mm_madd_epi16(a, b); }
 
 LUM_MMX_INLINE Vec vShl16(Vec a, Vec n) { return _mm_sll_epi16(a, n); }
 LUM_MMX_INLINE Vec vShrU16(Vec a, Vec n) { return _mm_srl_epi16(a, n); }
@@ -148,13 +148,15 @@ LUM_MMX_INLINE Vec vMin255U16(Vec p, Vec c255) {
 #endif
 }
 
-// Exact 32-bit products of the 16-bit lanes of a and b, low and high halves:
-// a widened with zero against b doubled, so that the multiply-add adds 0.
-LUM_MMX_INLINE Vec vMul16sLo(Vec a, Vec b, Vec zero) {
-  return vMadd16(vUnpackLo16(a, zero), vUnpackLo16(b, b));
-}
-LUM_MMX_INLINE Vec vMul16sHi(Vec a, Vec b, Vec zero) {
-  return vMadd16(vUnpackHi16(a, zero), vUnpackHi16(b, b));
+// Exact 32-bit products of the 16-bit lanes of a and b, low lanes in lo and
+// high lanes in hi: the low and the signed high halves of each product,
+// interleaved back into 32-bit lanes.
+struct Products16s {
+  Vec lo, hi;
+};
+LUM_MMX_INLINE Products16s vMul16s(Vec a, Vec b) {
+  const Vec low = vMulLo16(a, b), high = vMulHiS16(a, b);
+  return Products16s{vUnpackLo16(low, high), vUnpackHi16(low, high)};
 }
 
 LUM_END_BUILD

@@ -1,9 +1,9 @@
 // lumiMul_16s_C1RSfs: pDst = saturate(round(pSrc1 * pSrc2 * 2^-scaleFactor)),
 // rounded half to even, per pixel; and its row kernels ownsMul_16s*.
 //
-// The kernels form exact 32-bit products with a multiply-add (one source
-// widened with zero, the other doubled, so the second product is 0), work in
-// 32-bit lanes and pack back with signed saturation.
+// The kernels form exact 32-bit products from the low and high halves of the
+// 16-bit products (vMul16s), work in 32-bit lanes and pack back with signed
+// saturation.
 #include "image/arith/mul_rows.h"
 
 LUM_BEGIN_BUILD
@@ -19,9 +19,9 @@ struct Mul16sPlainOp {
   LUM_MMX_INLINE Mul16sPlainOp() {}
   LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero();
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
-    return vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
+    const Products16s p = vMul16s(a, b);
+    return vPackS32(p.lo, p.hi);
   }
 #endif
 };
@@ -38,13 +38,14 @@ struct Mul16sRightShiftOp {
 #if LUM_BUILD >= 1
   // The bit (p >> s) & 1 is taken as a mask: all ones where bit s of p is
   // set, subtracted to add 1 (one operation less than a shift by a count).
-  Vec zero = vZero(), bitS = vSet32(1 << s), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
+  Vec bitS = vSet32(1 << s), bias = vSet32((1 << (s - 1)) - 1), shift = vCount(s);
   LUM_MMX_INLINE Vec round(Vec p) const {
     const Vec odd = vCmpEq32(vAnd(p, bitS), bitS);
     return vShrS32(vSub32(vAdd32(p, bias), odd), shift);
   }
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
-    return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
+    const Products16s p = vMul16s(a, b);
+    return vPackS32(round(p.lo), round(p.hi));
   }
 #endif
 };
@@ -56,10 +57,11 @@ struct Mul16sHalfOp {
   LUM_MMX_INLINE Mul16sHalfOp() {}
   LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
 #if LUM_BUILD >= 1
-  Vec zero = vZero(), one = vSet32(1);
+  Vec one = vSet32(1);
   LUM_MMX_INLINE Vec round(Vec p) const { return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1); }
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
-    return vPackS32(round(vMul16sLo(a, b, zero)), round(vMul16sHi(a, b, zero)));
+    const Products16s p = vMul16s(a, b);
+    return vPackS32(round(p.lo), round(p.hi));
   }
 #endif
 };
@@ -77,7 +79,8 @@ struct Mul16sLeftShiftOp {
 #if LUM_BUILD >= 1
   Vec zero = vZero(), shift = vCount(16 - k);
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
-    const Vec q = vPackS32(vMul16sLo(a, b, zero), vMul16sHi(a, b, zero));
+    const Products16s p = vMul16s(a, b);
+    const Vec q = vPackS32(p.lo, p.hi);
     return vPackS32(vShrS32(vUnpackLo16(zero, q), shift), vShrS32(vUnpackHi16(zero, q), shift));
   }
 #endif

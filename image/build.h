@@ -105,6 +105,16 @@ LUM_MMX_INLINE void storePixel(T* p, T v) {
   __builtin_memcpy(p, &v, sizeof v);
 }
 
+// Whether the rows of three operands each follow one another without a gap
+// (every step exactly rowBytes), so that a region can be walked as one row
+// of rowBytes * height bytes, a length that still fits an int. Only for
+// rules whose pixels depend neither on their neighbours nor on where a row
+// starts.
+LUM_MMX_INLINE bool rowsJoin(int rowBytes, int height, int aStep, int bStep, int dStep) {
+  return aStep == rowBytes && bStep == rowBytes && dStep == rowBytes &&
+         rowBytes <= 0x7FFFFFFF / height;
+}
+
 LUM_MMX_INLINE bool isAligned(const void* p, uintptr_t alignment) {
   return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
 }

@@ -9,7 +9,8 @@
 // takes the x87 absolute value, which also just clears the sign.
 //
 // The kernels walk each row with one negative byte counter from the row's
-// end, so one index serves all three images: 32-byte blocks, then (8u)
+// end, so one index serves all three images: 64-byte blocks (a cache line
+// of each source, prefetched once), then single registers, then (8u)
 // 8-byte pieces, then single pixels. They differ on purpose in how they
 // store and prefetch: a region larger than the cache is written past it,
 // and a kernel that streams ends with a store fence, so that a thread that
@@ -124,32 +125,42 @@ struct Floats {
   LUM_MMX_INLINE static void end() {}
 };
 
+// One register of pixels at byte `at`, stored or streamed; kept in the
+// routine that fences what it streams.
+template <class L, bool kAligned, bool kStream>
+LUM_ALWAYS_INLINE void absDiffRegister(const uint8_t* a, const uint8_t* b, uint8_t* d, int at) {
+  const typename L::R v = L::diff(L::load(a + at, kAligned), L::load(b + at, kAligned));
+  if (kStream)
+    L::stream(d + at, v);
+  else
+    L::store(d + at, v, kAligned);
+}
+
 // One body of a kernel over all rows: aligned loads and stores (every pointer
 // and step a multiple of 16) or unaligned ones, non-temporal stores in the
 // blocks or ordinary ones, both sources prefetched 64 bytes beyond the start
-// of each block or not. A streaming body ends with a store fence; every body
-// leaves the registers free.
+// of each 64-byte block or not. Rows that follow one another in all three images
+// are walked as one row, so that blocks run on across their ends. A
+// streaming body ends with a store fence; every body leaves the registers
+// free.
 template <class L, bool kAligned, bool kStream, bool kPrefetch>
 LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d,
                               int dStep, int rowBytes, int height) {
+  if (rowsJoin(rowBytes, height, aStep, bStep, dStep)) rowBytes *= height, height = 1;
   for (int y = 0; y < height; ++y) {
     const uint8_t* ra = rowAt(a, aStep, y) + rowBytes;
     const uint8_t* rb = rowAt(b, bStep, y) + rowBytes;
     uint8_t* rd = rowAt(d, dStep, y) + rowBytes;
     int i = -rowBytes;
-    for (; i <= -32; i += 32) {
+    for (; i <= -64; i += 64) {
       if (kPrefetch) {
         _mm_prefetch(reinterpret_cast<const char*>(ra + i + 64), _MM_HINT_T0);
         _mm_prefetch(reinterpret_cast<const char*>(rb + i + 64), _MM_HINT_T0);
       }
-      for (int r = 0; r < 32; r += L::kBytes) {
-        const typename L::R v = L::diff(L::load(ra + i + r, kAligned), L::load(rb + i + r, kAligned));
-        if (kStream)
-          L::stream(rd + i + r, v);
-        else
-          L::store(rd + i + r, v, kAligned);
-      }
+#pragma GCC unroll 8
+      for (int r = 0; r < 64; r += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i + r);
     }
+    for (; i <= -L::kBytes; i += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i);
     if (L::kEightByteStage)
       for (; i <= -8; i += 8) L::eightBytes(ra + i, rb + i, rd + i);
     for (; i < 0; i += L::kPixelBytes) L::pixel(ra + i, rb + i, rd + i);
@@ -187,7 +198,7 @@ void absDiffRegion(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uin
                  int rowBytes, int height)
 
 #if LUM_BUILD == 1
-// Four MMX registers a block, streamed whatever the alignment, then fenced.
+// Eight MMX registers a block, streamed whatever the alignment, then fenced.
 LUM_ABSDIFF_KERNEL(ownAbsDiff_8u_C1R_K1) {
   absDiffRows<Bytes, false, true, true>(a, aStep, b, bStep, d, dStep, rowBytes, height);
   return lumStsNoErr;

@@ -66,7 +66,8 @@ LUM_MMX_INLINE int mulBlocks(const T* a, const T* b, T* d, int i, int len, const
   constexpr int kLanes = L::kBytes / static_cast<int>(sizeof(T));
   constexpr int kRegisters = Op::kBlock / kLanes;
   static_assert(kRegisters * kLanes == Op::kBlock, "a block is whole registers");
-  for (; i + Op::kBlock <= len; i += Op::kBlock) {
+  const int last = len - Op::kBlock;  // the last pixel a block may start at
+  for (; i <= last; i += Op::kBlock) {
     for (int r = 0; r < kRegisters; ++r) {
       const int at = i + r * kLanes;
       const auto va = kAlignedA ? L::loadAligned(a + at) : L::load(a + at);
@@ -127,7 +128,10 @@ LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) 
 // the case as a plain loop over the operation made by makeOp(), on the
 // calling thread; the others call `kernel` once per row, in a parallel region
 // where every thread gets at least minPixelsPerThread pixels and the
-// destination rows do not overlap.
+// destination rows do not overlap. On the calling thread alone, rows that
+// follow one another in all three images are one row: a pixel's product
+// does not depend on where its row starts, and the per-row work (a kernel
+// call, its alignment prologue and tail) is then paid once.
 // Both are generic lambdas, so that the generic build never names a kernel
 // it does not have, and the vector builds never build an operation's
 // register constants outside a kernel (k1's kernels are the MMX leaf
@@ -136,21 +140,24 @@ template <class T, class MakeOp, class Kernel>
 inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst,
                          int dstStep, LumSize roiSize, const MakeOp& makeOp, const Kernel& kernel,
                          long long minPixelsPerThread) {
-  const int width = roiSize.width;
+  const int width = roiSize.width, pixelBytes = static_cast<int>(sizeof(T));
+  const bool join = rowsJoin(width * pixelBytes, roiSize.height, src1Step, src2Step, dstStep);
   if constexpr (kBuild == 0) {
     (void)kernel;
     (void)minPixelsPerThread;
     const auto op = makeOp();
+    if (join) return mulScalarRow(pSrc1, pSrc2, pDst, 0, width * roiSize.height, op);
     serialRows(roiSize.height, [&](int y) {
       mulScalarRow(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y),
                    0, width, op);
     });
   } else {
     (void)makeOp;
-    const int team = rowsApart(dstStep, width, static_cast<int>(sizeof(T)))
+    const int team = rowsApart(dstStep, width, pixelBytes)
                          ? teamFor(roiSize.height, static_cast<long long>(width) * roiSize.height,
                                    minPixelsPerThread)
                          : 1;
+    if (team == 1 && join) return kernel(pSrc1, pSrc2, pDst, width * roiSize.height);
     parallelRows(roiSize.height, team, [&](int y) {
       kernel(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y), width);
     });

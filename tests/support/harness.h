@@ -428,6 +428,22 @@ void checkAll(int build, int cases, const std::function<Case<T>(int, int)>& case
       for (const Layout& l : ls)
         if (l.inPlace < c.sources) run(build, c, l);
     }
+    // Rows that follow one another in every operand (steps of exactly one row, which kernels may walk
+    // as one long row), in place with either source, and each operand alone padded: short rows
+    // whose total length crosses the block sizes, at rotating starts.
+    for (int w : {1, 3, 5, 7, 13, 33})
+      for (int h : {2, 5, 9}) {
+        const int rb = w * px, g = (w + 3 * h) % 16;
+        const Place row{rb, g}, pad{rb + u, (g + 5) % 16};
+        const Layout ls[] = {{w, h, {row, {rb, (g + 9) % 16, true}}, {rb, (g + 2) % 16}},
+                             {w, h, {row, {rb, g / 2}}, {}, 0},
+                             {w, h, {{rb, g / 2}, row}, {}, 1},
+                             {w, h, {pad, row}, row},
+                             {w, h, {row, pad}, row},
+                             {w, h, {row, row}, pad}};
+        for (const Layout& l : ls)
+          if (l.inPlace < c.sources) run(build, c, l, 1, kEnvs[(w + h) % kNumEnvs]);
+      }
     // Both sides of the parallel threshold, where the case has one: two threads' worth of pixels in 4
     // rows (rows of at least minRow pixels), and one column fewer, each with 1, 2 and 4 threads, the
     // environment rotating; then destination rows that overlap, with several threads.

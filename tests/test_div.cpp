@@ -199,6 +199,64 @@ TEST_P(Div, FloatGroupsWithAZeroDivisor) {
   }
 }
 
+// The groups of one row of len elements as [from, to) pairs, whose destination starts `offset` bytes
+// past a 16-byte boundary: fours, then a pair and one, where an operand does not start at a whole
+// float; otherwise one element and a pair until the destination is aligned, eights, a four, a pair
+// and one.
+std::vector<std::pair<int, int>> rowGroups(int len, int offset, bool wholeFloats) {
+  std::vector<std::pair<int, int>> g;
+  int at = 0;
+  const auto take = [&](int n) { g.push_back({at, at + n}), at += n; };
+  if (wholeFloats) {
+    if (offset % 8 != 0) take(1);
+    if (at + 2 <= len && (offset + 4 * at) % 16 != 0) take(2);
+    while (at + 8 <= len) take(8);
+  }
+  while (at + 4 <= len) take(4);
+  if (at + 2 <= len) take(2);
+  if (at < len) take(1);
+  return g;
+}
+
+// Regions whose rows follow one another in all three images, one zero divisor at a time at a row's
+// start, end or middle: the groups stay those of each row by itself (its destination's own
+// alignment), whether or not the rows fit a whole number of groups.
+TEST_P(Div, FloatGroupsOfRowsThatFollowOneAnother) {
+  if (build() == 0) GTEST_SKIP() << "the generic build has no groups";
+  struct Region { int width, height, offset; };  // destination offset in bytes from a 16-byte boundary
+  for (const Region& r : {Region{8, 4, 0}, {16, 3, 0}, {24, 3, 0}, {12, 4, 0}, {20, 3, 0}, {4, 5, 0}, {8, 3, 4},
+                          {16, 3, 8}, {12, 3, 2}, {8, 4, 1}, {6, 4, 2}, {10, 3, 0}}) {
+    const int w = r.width, n = w * r.height;
+    const bool wholeFloats = r.offset % 4 == 0;
+    std::vector<float> a(n), b(n);
+    std::mt19937 rng(w * 31 + r.offset);
+    for (int i = 0; i < n; ++i) a[i] = float(rng() % 10000 + 1) / 997.0f, b[i] = float(rng() % 100000 + 1) / 7.0f;
+    for (const int zeroAt : {0, w - 1, w, w + w / 2, n - 1}) {
+      std::vector<float> divisor = a;
+      divisor[zeroAt] = 0;
+      alignas(16) unsigned char buffer[4 * 128 + 16];
+      float* d = reinterpret_cast<float*>(buffer + r.offset);
+      EXPECT_EQ(lumiDiv_32f_C1R_arraddr[build()](divisor.data(), 4 * w, b.data(), 4 * w, d, 4 * w, {w, r.height}),
+                lumStsDivByZero);
+      const int zeroRow = zeroAt / w, zeroX = zeroAt % w;
+      for (int i = 0; i < n; ++i) {
+        const int x = i % w;
+        bool exact = false;
+        for (const auto& [from, to] : rowGroups(w, (r.offset + 4 * w * zeroRow) % 16, wholeFloats))
+          exact = exact || (i / w == zeroRow && x >= from && x < to && zeroX >= from && zeroX < to);
+        float want;
+        if (i == zeroAt) want = INFINITY;
+        else if (exact) want = sseDiv(&b[i], &divisor[i]);
+        else estimated(&divisor[i], &b[i], &want);
+        float got;
+        std::memcpy(&got, buffer + r.offset + 4 * i, 4);
+        EXPECT_EQ(bitsOf(got), bitsOf(want)) << w << "x" << r.height << ", offset " << r.offset << ", zero at "
+                                             << zeroAt << ", element " << i;
+      }
+    }
+  }
+}
+
 // Long rows are cut in two pieces in k4 and k5, which the threads of one region share: the same pixels
 // with 1, 2 and 8 threads, on one row and on enough rows for four threads, and the warning from a zero
 // divisor in either half of the last row or at its middle, or none.

@@ -162,23 +162,54 @@ inline __m128 loadSource(const Lum32f* p) {
   return kAlignedSources ? _mm_load_ps(p) : _mm_loadu_ps(p);
 }
 
+// One round of eight elements from i, both registers one group.
+template <bool kAlignedSources>
+inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i, bool& zero) {
+  const __m128 a0 = loadSource<kAlignedSources>(a + i), a1 = loadSource<kAlignedSources>(a + i + 4);
+  const __m128 b0 = loadSource<kAlignedSources>(b + i), b1 = loadSource<kAlignedSources>(b + i + 4);
+  if ((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) == 0) {
+    _mm_store_ps(d + i, g.estimated(a0, b0));
+    _mm_store_ps(d + i + 4, g.estimated(a1, b1));
+  } else {
+    zero = true;
+    _mm_store_ps(d + i, g.laneByLane(a0, b0));
+    _mm_store_ps(d + i + 4, g.laneByLane(a1, b1));
+  }
+}
+
+// Two rounds of eight from i, each its own group, away from the loop that
+// meets them only where a divisor is zero.
+template <bool kAlignedSources>
+__attribute__((noinline, cold)) void divTwoRounds(const Div32fGroup& g, const Lum32f* a, const Lum32f* b,
+                                                  Lum32f* d, int i, bool& zero) {
+  divRound<kAlignedSources>(g, a, b, d, i, zero);
+  divRound<kAlignedSources>(g, a, b, d, i + 8, zero);
+}
+
 // From i, with the destination 16-byte aligned: rounds of eight elements,
 // both registers one group, then one group of four. Returns where it stopped.
+// Two rounds go together, their divisors tested for zero at once: where
+// neither holds one, all four registers take the estimate; otherwise each
+// round goes its own way.
 template <bool kAlignedSources>
 inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i,
                           int len, bool& zero) {
-  for (; i + 8 <= len; i += 8) {
+  for (const int last = len - 16; i <= last; i += 16) {
+    const __m128 zeros = _mm_setzero_ps();
     const __m128 a0 = loadSource<kAlignedSources>(a + i), a1 = loadSource<kAlignedSources>(a + i + 4);
-    const __m128 b0 = loadSource<kAlignedSources>(b + i), b1 = loadSource<kAlignedSources>(b + i + 4);
-    if ((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) == 0) {
-      _mm_store_ps(d + i, g.estimated(a0, b0));
-      _mm_store_ps(d + i + 4, g.estimated(a1, b1));
-    } else {
-      zero = true;
-      _mm_store_ps(d + i, g.laneByLane(a0, b0));
-      _mm_store_ps(d + i + 4, g.laneByLane(a1, b1));
+    const __m128 a2 = loadSource<kAlignedSources>(a + i + 8), a3 = loadSource<kAlignedSources>(a + i + 12);
+    const __m128 anyZero = _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(a0, zeros), _mm_cmpeq_ps(a1, zeros)),
+                                     _mm_or_ps(_mm_cmpeq_ps(a2, zeros), _mm_cmpeq_ps(a3, zeros)));
+    if (__builtin_expect(_mm_movemask_ps(anyZero) != 0, 0)) {
+      divTwoRounds<kAlignedSources>(g, a, b, d, i, zero);
+      continue;
     }
+    _mm_store_ps(d + i, g.estimated(a0, loadSource<kAlignedSources>(b + i)));
+    _mm_store_ps(d + i + 4, g.estimated(a1, loadSource<kAlignedSources>(b + i + 4)));
+    _mm_store_ps(d + i + 8, g.estimated(a2, loadSource<kAlignedSources>(b + i + 8)));
+    _mm_store_ps(d + i + 12, g.estimated(a3, loadSource<kAlignedSources>(b + i + 12)));
   }
+  if (i + 8 <= len) divRound<kAlignedSources>(g, a, b, d, i, zero), i += 8;
   if (i + 4 <= len) {
     _mm_store_ps(d + i, divGroup(g, loadSource<kAlignedSources>(a + i), loadSource<kAlignedSources>(b + i), zero));
     i += 4;
@@ -196,6 +227,19 @@ inline int groupStart(const Lum32f* a, const Lum32f* b, const Lum32f* d, int i) 
   if (!isAligned(a, 4) || !isAligned(b, 4) || !isAligned(d, 4)) return i & ~3;
   const int lead = int((16 - (reinterpret_cast<uintptr_t>(d) & 15)) & 15) / 4;
   return i < lead ? i : lead + ((i - lead) & ~7);
+}
+
+// Whether the rows of a region can be divided as one row: they follow one
+// another in all three images, and every row ends where a group ends and
+// the next row's groups start where the whole row's would (rows of whole
+// rounds of eight from an aligned destination, or of whole groups of four
+// where an operand does not start at a whole float), so that no pixel
+// changes its group.
+inline bool rowsJoinInGroups(const Lum32f* a, int aStep, const Lum32f* b, int bStep, const Lum32f* d,
+                             int dStep, LumSize roi) {
+  if (!rowsJoin(4 * roi.width, roi.height, aStep, bStep, dStep)) return false;
+  if (!isAligned(a, 4) || !isAligned(b, 4) || !isAligned(d, 4)) return roi.width % 4 == 0;
+  return isAligned(d, 16) && roi.width % 8 == 0;
 }
 }  // namespace
 
@@ -271,6 +315,11 @@ LumStatus ownlumiDiv_32f(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
     return div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) != 0 ? lumStsDivByZero
                                                                                             : lumStsNoErr;
   }
+#endif
+#if LUM_BUILD >= 1
+  if (rowsJoinInGroups(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize))
+    return ownlumsDiv_32f(pSrc1, pSrc2, pDst, roiSize.width * roiSize.height) != 0 ? lumStsDivByZero
+                                                                                   : lumStsNoErr;
 #endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum32f* a, const Lum32f* b, Lum32f* d) {

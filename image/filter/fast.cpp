@@ -14,10 +14,10 @@
 // are therefore the same bits on either path, and the integer conversion
 // (nearest, ties to even, saturated, NaN 0) is the direct loop's rule too.
 //
-// 32f: the whole band at once, a row at a time: single outputs until the
-// source is aligned to a whole vector, then eight outputs a step from
-// aligned loads, the window's columns shifted into place by shuffles; the
-// last outputs four and one at a time. 8u and 16s: the row-pair scheme, each
+// 32f: the whole band at once, a row at a time: blocks of 24 outputs, six
+// accumulators of four whose chains of additions run side by side (a single
+// chain is as long as the kernel has cells), the pixels loaded where they
+// lie; the last outputs four and one at a time. 8u and 16s: the row-pair scheme, each
 // source row read once for two destination rows, the rows' sums kept in two
 // float rows of the scratch and converted when complete.
 //
@@ -82,53 +82,33 @@ template <int N>
 struct Int {
   static constexpr int value = N;
 };
-template <bool B>
-struct Bool {
-  static constexpr bool value = B;
-};
 
-// The four pixels 1, 2 and 3 places on from the vector a, continuing into b.
-struct Shifted {
-  __m128 by1, by2, by3;
-};
-inline Shifted shifted(__m128 a, __m128 b) {
-  const __m128 by2 = _mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 0, 3, 2));
-  return {_mm_shuffle_ps(a, by2, _MM_SHUFFLE(2, 1, 2, 1)), by2, _mm_shuffle_ps(by2, b, _MM_SHUFFLE(2, 1, 2, 1))};
-}
+// kBlock * 4 neighbouring outputs of a row, s the window's top-left pixel
+// for the first: one accumulator a vector of four, all of them taking the
+// same product of the window in turn, so that kBlock chains of additions are
+// in flight at once (each output's own chain is the direct loop's order).
+// Every coefficient is loaded once for the block; the window's pixels are
+// loaded where they lie. KW fixes the kernel width at compile time (0: kw).
+// Eight vector registers hold the block, a coefficient and a pixel vector.
+constexpr int kBlock = 6;
 
-// Outputs x .. x + 7 of a row, s the window's top-left pixel for output x,
-// aligned to a whole vector. Four columns a step, then the rest; KW fixes
-// the kernel width at compile time (0: kw). The window's lower rows are
-// aligned too when the step is a multiple of the vector (kAligned);
-// otherwise they are loaded unaligned.
-template <int KW, bool kAligned, class T>
-inline void eightOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, __m128& out0, __m128& out1) {
+template <int KW, class T>
+inline void blockOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T* d) {
   const int w = KW ? KW : kw;
-  __m128 acc0 = _mm_setzero_ps(), acc1 = _mm_setzero_ps();
+  __m128 acc[kBlock];
+#pragma GCC unroll 8
+  for (int i = 0; i < kBlock; ++i) acc[i] = _mm_setzero_ps();
+  const Lum32f* k = mirrored;
   for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1)) {
-    const Lum32f* k = kernelRow(mirrored, r, w);
-    const auto four = [](const T* p) { return kAligned ? alignedFour(p) : fourPixels(p); };
-    __m128 lo = four(s), hi = four(s + 4);
-    int c = 0;
-    for (; c + 4 <= w; c += 4, k += 16) {
-      const __m128 next = four(s + c + 8);
-      const Shifted a = shifted(lo, hi), b = shifted(hi, next);
-      acc0 = addProduct(acc0, lo, k), acc1 = addProduct(acc1, hi, k);
-      acc0 = addProduct(acc0, a.by1, k + 4), acc1 = addProduct(acc1, b.by1, k + 4);
-      acc0 = addProduct(acc0, a.by2, k + 8), acc1 = addProduct(acc1, b.by2, k + 8);
-      acc0 = addProduct(acc0, a.by3, k + 12), acc1 = addProduct(acc1, b.by3, k + 12);
-      lo = hi, hi = next;
-    }
-    const int rest = w - c;
-    if (rest > 0) acc0 = addProduct(acc0, lo, k), acc1 = addProduct(acc1, hi, k);
-    if (rest > 1) {
-      const __m128 next = four(s + c + 8);
-      const Shifted a = shifted(lo, hi), b = shifted(hi, next);
-      acc0 = addProduct(acc0, a.by1, k + 4), acc1 = addProduct(acc1, b.by1, k + 4);
-      if (rest > 2) acc0 = addProduct(acc0, a.by2, k + 8), acc1 = addProduct(acc1, b.by2, k + 8);
+#pragma GCC unroll 8
+    for (int c = 0; c < w; ++c, k += 4) {
+      const __m128 coefficient = _mm_load_ps(k);
+#pragma GCC unroll 8
+      for (int i = 0; i < kBlock; ++i) acc[i] = _mm_add_ps(acc[i], _mm_mul_ps(fourPixels(s + 4 * i + c), coefficient));
     }
   }
-  out0 = acc0, out1 = acc1;
+#pragma GCC unroll 8
+  for (int i = 0; i < kBlock; ++i) _mm_storeu_ps(d + 4 * i, acc[i]);
 }
 
 template <class T>
@@ -162,22 +142,14 @@ void onePoint(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T
   storeOne(d, oneOutput(s, srcStep, mirrored, kw, kh));
 }
 
-template <int KW, bool kAligned, class T>
+template <int KW, class T>
 void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* mirrored, int kw,
                    int kh) {
-  constexpr uintptr_t kVectorBytes = 4 * sizeof(T);
   for (int y = 0; y < height; ++y) {
     const T* const s = rowAt(win, srcStep, y);
     T* const d = rowAt(dst, dstStep, y);
     int x = 0;
-    for (; x < width && !isAligned(s + x, kVectorBytes); ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
-    // Eight outputs while the last aligned load stays inside the window row
-    // (it ends at most kw + 10 pixels past x).
-    for (; x + 11 <= width; x += 8) {
-      __m128 lo, hi;
-      eightOutputs<KW, kAligned>(s + x, srcStep, mirrored, kw, kh, lo, hi);
-      storeFour(d + x, lo), storeFour(d + x + 4, hi);
-    }
+    for (; x + 4 * kBlock <= width; x += 4 * kBlock) blockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x);
     for (; x + 4 <= width; x += 4) storeFour(d + x, fourOutputs(s + x, srcStep, mirrored, kw, kh));
     for (; x < width; ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
   }
@@ -191,20 +163,15 @@ int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int hei
               Lum32f* scratch) {
   mirrorKernel(kLast, kw * kh, scratch);
   if (kw < kMinKernelWidth || !isAligned(win, sizeof(T)) || srcStep % static_cast<int>(sizeof(T)) != 0) return 0;
-  const bool aligned = srcStep % static_cast<int>(4 * sizeof(T)) == 0;
-  const auto rows = [&](auto kw_, auto aligned_) {
-    wholeBandRows<decltype(kw_)::value, decltype(aligned_)::value>(win, srcStep, dst, dstStep, width, height, scratch, kw, kh);
+  const auto rows = [&](auto kw_) {
+    wholeBandRows<decltype(kw_)::value>(win, srcStep, dst, dstStep, width, height, scratch, kw, kh);
   };
-  const auto withWidth = [&](auto aligned_) {
-    switch (kw) {
-      case 3: return rows(Int<3>(), aligned_);
-      case 4: return rows(Int<4>(), aligned_);
-      case 5: return rows(Int<5>(), aligned_);
-      default: return rows(Int<0>(), aligned_);
-    }
-  };
-  if (aligned) withWidth(Bool<true>());
-  else withWidth(Bool<false>());
+  switch (kw) {
+    case 3: rows(Int<3>()); break;
+    case 4: rows(Int<4>()); break;
+    case 5: rows(Int<5>()); break;
+    default: rows(Int<0>()); break;
+  }
   return 1;
 }
 

@@ -27,7 +27,6 @@ inline __m128 onePixel(const Lum16s* p) { return _mm_cvtsi32_ss(_mm_setzero_ps()
 inline __m128 onePixel(const Lum8u* p) { return _mm_cvtsi32_ss(_mm_setzero_ps(), loadPixel(p)); }
 
 inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
-inline __m128 alignedFour(const Lum32f* p) { return _mm_load_ps(p); }
 inline void eightPixels(const Lum32f* p, __m128& lo, __m128& hi) { lo = _mm_loadu_ps(p), hi = _mm_loadu_ps(p + 4); }
 
 #if LUM_BUILD == 1

@@ -63,17 +63,21 @@ TEST_P(Filter, ArgumentChecks) {
   }
 }
 
-// The integer rule at its edges, sums made by a 1x1 kernel on pixels of 1, then by a two-cell kernel
-// whose extended sum lies just above 254.5 while the single-precision one is 254.5 exactly.
+// The integer rule at its edges, sums made by a 1x1 kernel on pixels of 1, exact under every rounding
+// and precision, so the same pixel in every environment (the x87 at nearest, toward zero and down);
+// then by a two-cell kernel whose extended sum lies just above 254.5 while the single-precision one
+// is 254.5 exactly.
 TEST_P(Filter, IntegerRuleAtItsEdges) {
   const float nan = std::nanf("");
-  for (auto [sum, want8u, want16s] :
-       {std::tuple{0.5f, 0, 0}, {1.5f, 2, 2}, {2.5f, 2, 2}, {3.5f, 4, 4}, {254.5f, 254, 254}, {254.7f, 255, 255}, {255.0f, 255, 255},
-        {1e30f, 255, 32767}, {-1e30f, 0, -32768}, {-0.2f, 0, 0}, {-0.5f, 0, 0}, {-1.5f, 0, -2}, {-2.5f, 0, -2},
-        {32766.5f, 255, 32766}, {-32768.7f, 0, -32768}, {nan, 0, 0}, {INFINITY, 255, 32767}, {-INFINITY, 0, -32768}}) {
-    EXPECT_EQ(checkFilter<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, 0, {sum}, 1})[4], want8u) << sum;
-    EXPECT_EQ(checkFilter<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, 0, {sum}, 1})[4], want16s) << sum;
-  }
+  for (int env = 0; env < kNumEnvs; ++env)
+    for (auto [sum, want8u, want16s] :
+         {std::tuple{0.5f, 0, 0}, {1.5f, 2, 2}, {2.5f, 2, 2}, {3.5f, 4, 4}, {254.5f, 254, 254}, {254.7f, 255, 255}, {255.0f, 255, 255},
+          {1e30f, 255, 32767}, {-1e30f, 0, -32768}, {-0.2f, 0, 0}, {-0.5f, 0, 0}, {-1.5f, 0, -2}, {-2.5f, 0, -2}, {-3.5f, 0, -4},
+          {0.7f, 1, 1}, {-0.7f, 0, -1}, {127.49f, 127, 127}, {-127.51f, 0, -128}, {32766.5f, 255, 32766}, {32767.5f, 255, 32767},
+          {-32767.5f, 0, -32768}, {-32768.7f, 0, -32768}, {nan, 0, 0}, {INFINITY, 255, 32767}, {-INFINITY, 0, -32768}}) {
+      EXPECT_EQ(checkFilter<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, env, {sum}, 1})[4], want8u) << sum << " env " << env;
+      EXPECT_EQ(checkFilter<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, env, {sum}, 1})[4], want16s) << sum << " env " << env;
+    }
   const float tiny = std::ldexp(1.0f, -40);
   EXPECT_EQ(checkFilter<Lum8u>(build(), {6, 1, 2, 1, 1, 0, 0, 1, 0, {tiny, 254.5f}, 1})[5], build() < 2 ? 255 : 254);
   EXPECT_EQ(checkFilter<Lum16s>(build(), {6, 1, 1, 2, 0, 1, 1, 1, 0, {-tiny, -2.5f}, 1})[5], build() < 2 ? -3 : -2);

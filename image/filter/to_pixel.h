@@ -3,12 +3,17 @@
 // path of the filter writes integer pixels through here.
 //
 // The sum arrives as the accumulation left it: long double from the x87
-// (k0, k1), float from SSE (k2..k5). All comparisons, the tie test included,
-// are made on that unrounded sum in its own precision; only the step of a
-// half is taken in the wider type, where it is exact, before truncation.
-// Truncation runs on the x87 under a rounding control switched to chopping
-// for this one conversion and switched back at once, so the caller's
-// rounding mode never changes what a pixel becomes and never survives us.
+// (k0, k1), float from SSE (k2..k5). All comparisons are made on that
+// unrounded sum in its own precision, and the caller's rounding mode never
+// changes what a pixel becomes.
+//
+// An x87 sum is stored by FISTP, which rounds to nearest with ties to even
+// under the rounding control the caller almost always has: the control word
+// is read, and only under another rounding is it switched to nearest for
+// the one store and back at once (loading the control word stalls the x87,
+// twice a pixel where it was switched every time). A float sum takes a half
+// step in double, where it is exact, is truncated by chopping, and a tie
+// (n - sum exactly a half) is made even towards zero's side of the half.
 #ifndef LUM_IMAGE_FILTER_TO_PIXEL_H
 #define LUM_IMAGE_FILTER_TO_PIXEL_H
 
@@ -28,27 +33,38 @@ inline int truncateByChopping(long double v) {
   return n;
 }
 
-// The type the half is added in: extended with the x87 sum, double with the
-// single-precision one.
-template <class Sum>
-struct HalfStep {
-  using Wide = double;
-};
-template <>
-struct HalfStep<long double> {
-  using Wide = long double;
-};
+// The x87 sum rounded to nearest, ties to even, by FISTP under a rounding
+// control of nearest.
+inline int nearestByStoring(long double v) {
+  uint16_t own, nearest;
+  int n;
+  __asm__ volatile("fnstcw %0" : "=m"(own));
+  if ((own & 0x0C00) == 0) {
+    __asm__ volatile("fistpl %0" : "=m"(n) : "t"(v) : "st");
+    return n;
+  }
+  nearest = static_cast<uint16_t>(own & ~0x0C00);
+  __asm__ volatile("fldcw %1\n\tfistpl %0\n\tfldcw %2"
+                   : "=m"(n)
+                   : "m"(nearest), "m"(own), "t"(v)
+                   : "st");
+  return n;
+}
 
 // n = sum + half truncated, then a tie (n - sum exactly a half) made even
 // towards zero's side of the half: for half = 0.5 a tie moves n down, for
 // half = -0.5 up.
 template <class Sum>
 inline int roundHalfToEven(Sum s, int half) {
-  using Wide = typename HalfStep<Sum>::Wide;
-  int n = truncateByChopping(static_cast<Wide>(s) + static_cast<Wide>(half) / 2);
+  int n = truncateByChopping(static_cast<double>(s) + static_cast<double>(half) / 2);
   if (static_cast<Sum>(n) - s == static_cast<Sum>(half) / 2 && (n & 1) != 0) n -= half;
   return n;
 }
+
+// The nearest integer, ties to even, of a sum inside the type's range.
+template <class Sum>
+inline int nearestEven(Sum s) { return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1); }
+inline int nearestEven(long double s) { return nearestByStoring(s); }
 
 // A NaN is told apart first, by the one comparison that raises nothing for a
 // quiet NaN: the ordered ones (>=, <=) raise invalid on any NaN, which traps
@@ -58,7 +74,7 @@ inline Lum8u toPixel8u(Sum s) {
   if (s != s) return 0;
   if (s >= 255) return 255;
   if (s <= static_cast<Sum>(0.5)) return 0;
-  return static_cast<Lum8u>(roundHalfToEven(s, 1));
+  return static_cast<Lum8u>(nearestEven(s));
 }
 
 template <class Sum>
@@ -66,9 +82,7 @@ inline Lum16s toPixel16s(Sum s) {
   if (s != s) return 0;
   if (s >= 32767) return 32767;
   if (s <= -32768) return -32768;
-  if (s > 0) return static_cast<Lum16s>(roundHalfToEven(s, 1));
-  if (s >= static_cast<Sum>(-0.5)) return 0;
-  return static_cast<Lum16s>(roundHalfToEven(s, -1));
+  return static_cast<Lum16s>(nearestEven(s));
 }
 
 // The pixel of each type from a sum: the rule above for integers, the

@@ -25,21 +25,21 @@
 namespace lum {
 
 // Multiplication (k1..k5), pixels per thread: the plain case (scale factor
-// 0), the cheapest per pixel, at 0.065 (8u), 0.10 (16s) and 0.14 (32f) ns a
-// pixel on one thread. Two threads gave 0.91, 0.91 and 1.03 at 131072,
-// 65536 and 65536 pixels a thread; 1.18, 1.11 and 1.23 at 231200, 131072
-// and 131072.
-constexpr long long kMul8uPixelsPerThread = 196608;
-constexpr long long kMul16sPixelsPerThread = 131072;
+// 0), the cheapest per pixel, at 0.052 (8u), 0.073 (16s) and 0.14 (32f) ns a
+// pixel on one thread. Two threads gave 0.75 to 1.2 at 393216 (8u, 1024 x
+// 768) and 0.90 at 131072 (16s, 512 x 512) pixels a thread, 1.18 to 1.27 and
+// 1.0 to 1.26 at the amounts; 32f 1.08 to 1.12 at its amount.
+constexpr long long kMul8uPixelsPerThread = 524288;
+constexpr long long kMul16sPixelsPerThread = 393216;
 constexpr long long kMul32fPixelsPerThread = 98304;
 
-// Division's long rows (k4, k5), pixels per thread, at 0.60 (8u), 0.68
-// (16s) and 0.29 (32f) ns a pixel on one thread. Two threads gave 0.97,
-// 1.03 and 0.96 at 16384, 16384 and 32768 pixels a thread; 1.28, 1.34 and
-// 1.24 at the amounts.
-constexpr long long kDiv8uPixelsPerThread = 32768;
-constexpr long long kDiv16sPixelsPerThread = 32768;
-constexpr long long kDiv32fPixelsPerThread = 65536;
+// Division's long rows (k4, k5), pixels per thread, at 0.22 (8u, 16s) and
+// 0.24 (32f) ns a pixel on one thread. Two threads gave 0.65 to 0.97 at
+// 32768 (8u, 16s) and 1.01 to 1.29 at 65536 (32f) pixels a thread; 1.29 to
+// 1.53 and 1.19 to 1.43 at the amounts.
+constexpr long long kDiv8uPixelsPerThread = 98304;
+constexpr long long kDiv16sPixelsPerThread = 98304;
+constexpr long long kDiv32fPixelsPerThread = 98304;
 
 // Filters, pixels times kernel cells per thread: about 0.08 to 0.11 ns a
 // cell on one thread for every pixel type and kernel size (3x3 and 5x5).

@@ -416,8 +416,8 @@ LUM_API extern int i_min_version;
    sources (in place).
    Builds: the same pixels in every build.
    Threads: k1..k5 share the rows among the library's threads where each
-   thread gets at least 196608 pixels (8u) or 131072 (16s), from 628 x 628
-   (8u) or 512 x 512 (16s) on two threads, and the destination rows do not
+   thread gets at least 524288 pixels (8u) or 393216 (16s), from 1024 x 1024
+   (8u) or 1024 x 768 (16s) on two threads, and the destination rows do not
    overlap; otherwise, and in k0, the calling thread does every row.
    The pixels do not depend on it. */
 LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
@@ -502,8 +502,8 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
    Threads: in the SSSE3 and SSE4.1 builds rows of 1024 pixels or more (of
    a scale factor whose results need a quotient) are cut in two pieces at
    their middle, and the pieces of all rows are shared among the library's
-   threads in one parallel region where each thread gets at least 32768
-   pixels (1024 x 64 on two threads) and the destination rows do not
+   threads in one parallel region where each thread gets at least 98304
+   pixels (1024 x 192 on two threads) and the destination rows do not
    overlap; otherwise the calling thread does every row. The pixels do not
    depend on it. */
 LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
@@ -537,7 +537,7 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    Threads: in the SSSE3 and SSE4.1 builds rows of 4096 pixels or more are
    cut in two pieces where a group of pixels starts near their middle, and
    the pieces of all rows are shared among the library's threads in one
-   parallel region where each thread gets at least 65536 pixels (4096 x 32
+   parallel region where each thread gets at least 98304 pixels (4096 x 48
    on two threads) and the destination rows do not overlap; otherwise the
    calling thread does every row. The pixels do not depend on it. */
 LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,

@@ -33,6 +33,12 @@ awk -F, -v dir="$data" '
       for (v = 1; v <= nv; ++v) if ((family, variants[v]) in measured) line = line " " variants[v]
       print line > file
       ns = split(sizes[family], s, " ")
+      # Smallest region first.
+      for (i = 2; i <= ns; ++i) {
+        x = s[i]; split(x, a, "x")
+        for (j = i - 1; j >= 1; --j) { split(s[j], b, "x"); if (b[1] * b[2] <= a[1] * a[2]) break; s[j + 1] = s[j] }
+        s[j + 1] = x
+      }
       for (i = 1; i <= ns; ++i) {
         line = s[i]
         for (v = 1; v <= nv; ++v)

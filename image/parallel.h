@@ -201,6 +201,15 @@ inline int teamFor(long long pieces, long long work, long long minWorkPerThread)
   return ownGetTeamSize(bound < 64 ? static_cast<int>(bound) : 64);
 }
 
+// The team for `pieces` pieces of the rows of a region of `roi` pixels
+// (rows, or rows cut in parts): teamFor's, and the calling thread alone
+// where the destination rows overlap (rowsApart).
+inline int teamForRows(long long pieces, int dstStep, LumSize roi, int pixelBytes,
+                       long long minPixelsPerThread) {
+  if (!rowsApart(dstStep, roi.width, pixelBytes)) return 1;
+  return teamFor(pieces, static_cast<long long>(roi.width) * roi.height, minPixelsPerThread);
+}
+
 // Runs body(t, n) on every thread t of a team of n threads, asking the
 // runtime for `team` (the runtime may give fewer; when it declines to fork,
 // the calling thread runs body(0, 1) alone). Each worker runs under the

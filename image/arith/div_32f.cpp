@@ -302,7 +302,7 @@ LumStatus lumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, in
 #else
   const bool zero = ownlumsDiv_32f(pSrc1, pSrc2, pDst, len) != 0;
 #endif
-  return zero ? lumStsDivByZero : lumStsNoErr;
+  return divStatus(zero);
 }
 
 // Row by row through the row function; in k4 and k5 long rows go to the
@@ -312,14 +312,12 @@ LumStatus ownlumiDiv_32f(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
 #if LUM_BUILD >= 4
   if (roiSize.width >= kDiv32fRowInTwo) {
     const int team = divTeam<Lum32f>(dstStep, roiSize, kDiv32fPixelsPerThread);
-    return div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) != 0 ? lumStsDivByZero
-                                                                                            : lumStsNoErr;
+    return divStatus(div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) != 0);
   }
 #endif
 #if LUM_BUILD >= 1
   if (rowsJoinInGroups(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize))
-    return ownlumsDiv_32f(pSrc1, pSrc2, pDst, roiSize.width * roiSize.height) != 0 ? lumStsDivByZero
-                                                                                   : lumStsNoErr;
+    return divStatus(ownlumsDiv_32f(pSrc1, pSrc2, pDst, roiSize.width * roiSize.height) != 0);
 #endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum32f* a, const Lum32f* b, Lum32f* d) {

@@ -506,8 +506,6 @@ int ownlumsDiv_16s_omp(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, i
 
 namespace {
 
-inline LumStatus divStatus(bool zeroDivisor) { return zeroDivisor ? lumStsDivByZero : lumStsNoErr; }
-
 #if LUM_BUILD <= 1
 // The extreme scale factors of 8u, pixel by pixel: true with the row done and
 // its status in `st`, false for an ordinary scale factor.

@@ -78,16 +78,17 @@ inline int divLongRows(int height, int width, int team, const Piece& piece, cons
   });
 }
 
-// The team for the long rows of a call: each thread to get at least
-// minPixelsPerThread pixels, and the calling thread alone where the
-// destination rows overlap (they then come out in row order, the later row
-// winning).
+// The team for the long rows of a call: two pieces a row, each thread to
+// get at least minPixelsPerThread pixels, and the calling thread alone
+// where the destination rows overlap (they then come out in row order, the
+// later row winning).
 template <class T>
 inline int divTeam(int dstStep, LumSize roiSize, long long minPixelsPerThread) {
-  if (!rowsApart(dstStep, roiSize.width, static_cast<int>(sizeof(T)))) return 1;
-  return teamFor(2LL * roiSize.height, static_cast<long long>(roiSize.width) * roiSize.height,
-                 minPixelsPerThread);
+  return teamForRows(2LL * roiSize.height, dstStep, roiSize, static_cast<int>(sizeof(T)), minPixelsPerThread);
 }
+
+// A division's status: the warning where a divisor was 0.
+inline LumStatus divStatus(bool zeroDivisor) { return zeroDivisor ? lumStsDivByZero : lumStsNoErr; }
 
 // The long rows of a call through a row kernel, kernel(a, b, d, len)
 // nonzero where a divisor was 0, by divLongRows on `team`; cut(a, b, d,

@@ -153,10 +153,7 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
     });
   } else {
     (void)makeOp;
-    const int team = rowsApart(dstStep, width, pixelBytes)
-                         ? teamFor(roiSize.height, static_cast<long long>(width) * roiSize.height,
-                                   minPixelsPerThread)
-                         : 1;
+    const int team = teamForRows(roiSize.height, dstStep, roiSize, pixelBytes, minPixelsPerThread);
     if (team == 1 && join) return kernel(pSrc1, pSrc2, pDst, width * roiSize.height);
     parallelRows(roiSize.height, team, [&](int y) {
       kernel(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y), width);

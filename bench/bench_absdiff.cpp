@@ -48,8 +48,9 @@ void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plai
   lumbench::registerBuilds(family, w, h, opensRegions, [=](int k) {
     return [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, table[k], w, h); };
   });
-  lumbench::registerReferences(family, w, h, [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h); },
-                               static_cast<size_t>(w) * h * sizeof(T));
+  lumbench::registerReferences(
+      family, w, h, [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h); },
+      static_cast<size_t>(w) * h * sizeof(T));
 }
 
 LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s) {
@@ -67,8 +68,9 @@ LumStatus k5Kernel(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, 
   const auto* pa = reinterpret_cast<const unsigned char*>(a);
   const auto* pb = reinterpret_cast<const unsigned char*>(b);
   auto* pd = reinterpret_cast<unsigned char*>(d);
-  return kStreaming ? lum::k5::ownAbsDiff_32f_C1R_K2_B(pa, as, pb, bs, pd, ds, 4 * s.width, s.height)
-                    : lum::k5::ownAbsDiff_32f_C1R_K2(pa, as, pb, bs, pd, ds, 4 * s.width, s.height);
+  return kStreaming
+             ? lum::k5::ownAbsDiff_32f_C1R_K2_B(pa, as, pb, bs, pd, ds, 4 * s.width, s.height)
+             : lum::k5::ownAbsDiff_32f_C1R_K2(pa, as, pb, bs, pd, ds, 4 * s.width, s.height);
 }
 
 const int registered = [] {
@@ -82,17 +84,21 @@ const int registered = [] {
   const int cache = ownGetLargestCacheSize();
   if (cache >= 12 * 1024 * 2 && cache <= 32 << 20) {
     const int rows = cache / (12 * 1024);
-    registerFamily<Lum32f>("AbsDiff_32f_below_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows - 1);
-    registerFamily<Lum32f>("AbsDiff_32f_above_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024, rows + 1);
+    registerFamily<Lum32f>("AbsDiff_32f_below_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024,
+                           rows - 1);
+    registerFamily<Lum32f>("AbsDiff_32f_above_cache", lumiAbsDiff_32f_C1R_arraddr, plain32f, 1024,
+                           rows + 1);
   }
   if (lumbench::buildSupported(5))
     for (const int n : {1024, 4096}) {
-      lumbench::registerVariant("AbsDiff_32f_kernels", "cached", n, n, 1, [n](benchmark::State& st) {
-        runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<false>, n, n);
-      });
-      lumbench::registerVariant("AbsDiff_32f_kernels", "streaming", n, n, 1, [n](benchmark::State& st) {
-        runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<true>, n, n);
-      });
+      lumbench::registerVariant("AbsDiff_32f_kernels", "cached", n, n, 1,
+                                [n](benchmark::State& st) {
+                                  runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<false>, n, n);
+                                });
+      lumbench::registerVariant("AbsDiff_32f_kernels", "streaming", n, n, 1,
+                                [n](benchmark::State& st) {
+                                  runAbsDiff<Lum32f, AbsDiff<Lum32f>>(st, k5Kernel<true>, n, n);
+                                });
     }
   return 0;
 }();

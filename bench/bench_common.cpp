@@ -11,7 +11,8 @@ bool buildSupported(int k) { return lumtest::processorRunsBuild(k); }
 std::string sizeName(int w, int h) { return std::to_string(w) + "x" + std::to_string(h); }
 
 const std::vector<std::pair<int, int>>& imageSizes() {
-  static const std::vector<std::pair<int, int>> sizes = {{64, 64}, {256, 256}, {1920, 1080}, {4096, 4096}};
+  static const std::vector<std::pair<int, int>> sizes = {
+      {64, 64}, {256, 256}, {1920, 1080}, {4096, 4096}};
   return sizes;
 }
 
@@ -32,12 +33,12 @@ Buffer::Buffer(size_t bytes) : bytes_(bytes) {
 }
 
 void countPixels(benchmark::State& st, double pixels) {
-  st.counters["ns/px"] = benchmark::Counter(pixels * 1e-9, benchmark::Counter::kIsIterationInvariantRate |
-                                                               benchmark::Counter::kInvert);
+  st.counters["ns/px"] = benchmark::Counter(
+      pixels * 1e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void registerVariant(const std::string& kernel, const std::string& variant, int w, int h, int threads,
-                     const Measure& measure) {
+void registerVariant(const std::string& kernel, const std::string& variant, int w, int h,
+                     int threads, const Measure& measure) {
   benchmark::RegisterBenchmark((kernel + "/" + variant + "/" + sizeName(w, h)).c_str(),
                                [=](benchmark::State& st) {
                                  lumSetNumThreads(threads);
@@ -56,11 +57,13 @@ void registerBuilds(const std::string& kernel, int w, int h, bool (*opensRegions
     const std::string tag = "k" + std::to_string(k);
     registerVariant(kernel, tag, w, h, 1, measureBuild(k));
     if (procs > 1 && (k == 5 || opensRegions(k)))
-      registerVariant(kernel, tag + "_" + std::to_string(procs) + "threads", w, h, procs, measureBuild(k));
+      registerVariant(kernel, tag + "_" + std::to_string(procs) + "threads", w, h, procs,
+                      measureBuild(k));
   }
 }
 
-void registerReferences(const std::string& kernel, int w, int h, const Measure& plain, size_t copyBytes) {
+void registerReferences(const std::string& kernel, int w, int h, const Measure& plain,
+                        size_t copyBytes) {
   if (buildSupported(5)) registerVariant(kernel, "plain", w, h, 1, plain);
   registerVariant(kernel, "memcpy", w, h, 1, [copyBytes](benchmark::State& st) {
     Buffer src(copyBytes), dst(copyBytes);
@@ -68,7 +71,8 @@ void registerReferences(const std::string& kernel, int w, int h, const Measure& 
       std::memcpy(dst.as<char>(), src.as<char>(), copyBytes);
       benchmark::ClobberMemory();
     }
-    st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 2 * static_cast<int64_t>(copyBytes));
+    st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 2 *
+                         static_cast<int64_t>(copyBytes));
   });
 }
 

@@ -46,7 +46,9 @@ class Buffer {
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
   template <class T>
-  T* as() const { return static_cast<T*>(p_); }
+  T* as() const {
+    return static_cast<T*>(p_);
+  }
   size_t bytes() const { return bytes_; }
 
  private:
@@ -62,8 +64,8 @@ void countPixels(benchmark::State& st, double pixels);
 
 // <kernel>/<variant>/<W>x<H>, measured with the library's thread count set
 // to `threads` (and back to 1 after).
-void registerVariant(const std::string& kernel, const std::string& variant, int w, int h, int threads,
-                     const Measure& measure);
+void registerVariant(const std::string& kernel, const std::string& variant, int w, int h,
+                     int threads, const Measure& measure);
 
 // The builds of a kernel at one size: kN on one thread for every build the
 // processor runs, and kN_Pthreads on the processor count where
@@ -73,7 +75,8 @@ void registerBuilds(const std::string& kernel, int w, int h, bool (*opensRegions
 
 // The plain loop (where the processor runs SSE4.1) and memcpy of
 // `copyBytes` per iteration, counted as 2 * copyBytes (read and written).
-void registerReferences(const std::string& kernel, int w, int h, const Measure& plain, size_t copyBytes);
+void registerReferences(const std::string& kernel, int w, int h, const Measure& plain,
+                        size_t copyBytes);
 
 }  // namespace lumbench
 

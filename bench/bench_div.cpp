@@ -25,7 +25,8 @@ template <class T>
 void fillDividends(Buffer& b) {
   if constexpr (sizeof(T) == 4) {
     T* p = b.as<T>();
-    for (size_t i = 0; i < b.bytes() / 4; ++i) p[i] = static_cast<T>((i * 7919u) % 200003u) / 100.0f - 1000.0f;
+    for (size_t i = 0; i < b.bytes() / 4; ++i)
+      p[i] = static_cast<T>((i * 7919u) % 200003u) / 100.0f - 1000.0f;
   }
 }
 template <class T>
@@ -56,23 +57,31 @@ bool opensRegions(int k) { return k >= 4; }
 
 // One kernel: the builds, the plain loop, memcpy.
 template <class T, class Fn>
-void registerKernel(const std::string& kernel, Fn const* table, Fn plain, int w, int h,
-                    const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call,
-                    int zeroEvery = 0) {
+void registerKernel(
+    const std::string& kernel, Fn const* table, Fn plain, int w, int h,
+    const std::function<void(Fn, const T*, int, const T*, int, T*, int, LumSize)>& call,
+    int zeroEvery = 0) {
   const auto measure = [=](Fn fn) {
     return [=](benchmark::State& st) {
-      runDiv<T>(st, [&](const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) { call(fn, a, as, b, bs, d, ds, s); },
-                w, h, zeroEvery);
+      runDiv<T>(
+          st,
+          [&](const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
+            call(fn, a, as, b, bs, d, ds, s);
+          },
+          w, h, zeroEvery);
     };
   };
   lumbench::registerBuilds(kernel, w, h, opensRegions, [=](int k) { return measure(table[k]); });
-  lumbench::registerReferences(kernel, w, h, measure(plain), static_cast<size_t>(w) * h * sizeof(T));
+  lumbench::registerReferences(kernel, w, h, measure(plain),
+                               static_cast<size_t>(w) * h * sizeof(T));
 }
 
 template <class T>
 LumStatus plainSfs(const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s, int sf) {
-  if constexpr (sizeof(T) == 1) lumbench::plainDiv_8u_Sfs(a, as, b, bs, d, ds, s, sf);
-  else lumbench::plainDiv_16s_Sfs(a, as, b, bs, d, ds, s, sf);
+  if constexpr (sizeof(T) == 1)
+    lumbench::plainDiv_8u_Sfs(a, as, b, bs, d, ds, s, sf);
+  else
+    lumbench::plainDiv_16s_Sfs(a, as, b, bs, d, ds, s, sf);
   return lumStsNoErr;
 }
 LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
@@ -81,23 +90,26 @@ LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, 
 }
 
 template <class T>
-void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int w, int h, int zeroEvery = 0) {
-  registerKernel<T, DivSfs<T>>("Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)) +
-                                   (zeroEvery ? "_zeros" : ""),
-                               table, plainSfs<T>, w, h,
-                               [sf](DivSfs<T> fn, const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
-                                 fn(a, as, b, bs, d, ds, s, sf);
-                               },
-                               zeroEvery);
+void registerSfs(const std::string& type, DivSfs<T> const* table, int sf, int w, int h,
+                 int zeroEvery = 0) {
+  registerKernel<T, DivSfs<T>>(
+      "Div_" + type + "_sf" + (sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf)) +
+          (zeroEvery ? "_zeros" : ""),
+      table, plainSfs<T>, w, h,
+      [sf](DivSfs<T> fn, const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s) {
+        fn(a, as, b, bs, d, ds, s, sf);
+      },
+      zeroEvery);
 }
 
 const int registered = [] {
   for (const auto& [w, h] : lumbench::imageSizes()) {
     for (int sf : {0, -7}) registerSfs<Lum8u>("8u", lumiDiv_8u_C1RSfs_arraddr, sf, w, h);
     for (int sf : {0, 3}) registerSfs<Lum16s>("16s", lumiDiv_16s_C1RSfs_arraddr, sf, w, h);
-    registerKernel<Lum32f, Div32f>("Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, w, h,
-                                   [](Div32f fn, const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds,
-                                      LumSize s) { fn(a, as, b, bs, d, ds, s); });
+    registerKernel<Lum32f, Div32f>(
+        "Div_32f", lumiDiv_32f_C1R_arraddr, plain32f, w, h,
+        [](Div32f fn, const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds,
+           LumSize s) { fn(a, as, b, bs, d, ds, s); });
   }
   // The other classes of scale factor, and zero divisors (one in 61) among the others.
   for (const int n : {256, 4096}) {

@@ -53,12 +53,24 @@ void directCall(benchmark::State& st) {
   for (auto _ : st) {
     LumStatus s;
     switch (k) {
-      case 0: s = k0_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
-      case 1: s = k1_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
-      case 2: s = k2_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
-      case 3: s = k3_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
-      case 4: s = k4_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
-      default: s = k5_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1}); break;
+      case 0:
+        s = k0_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
+      case 1:
+        s = k1_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
+      case 2:
+        s = k2_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
+      case 3:
+        s = k3_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
+      case 4:
+        s = k4_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
+      default:
+        s = k5_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
+        break;
     }
     benchmark::DoNotOptimize(s);
     benchmark::ClobberMemory();
@@ -93,8 +105,9 @@ const int registered = [] {
     lumbench::registerBuilds("Mul_32f", w, h, opensRegions, [w = w, h = h](int k) {
       return [=](benchmark::State& st) { runMul(st, lumiMul_32f_C1R_arraddr[k], w, h); };
     });
-    lumbench::registerReferences("Mul_32f", w, h, [w = w, h = h](benchmark::State& st) { runMul(st, plainMul, w, h); },
-                                 static_cast<size_t>(w) * h * 4);
+    lumbench::registerReferences(
+        "Mul_32f", w, h, [w = w, h = h](benchmark::State& st) { runMul(st, plainMul, w, h); },
+        static_cast<size_t>(w) * h * 4);
   }
   registerStubOverhead();
   return 0;

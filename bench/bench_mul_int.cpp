@@ -29,8 +29,8 @@ LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int 
   return lumStsNoErr;
 }
 
-LumStatus plain16s(const Lum16s* a, int as, const Lum16s* b, int bs, Lum16s* d, int ds,
-                   LumSize s, int sf) {
+LumStatus plain16s(const Lum16s* a, int as, const Lum16s* b, int bs, Lum16s* d, int ds, LumSize s,
+                   int sf) {
   lumbench::plainMul_16s_Sfs(a, as, b, bs, d, ds, s, sf);
   return lumStsNoErr;
 }
@@ -48,8 +48,9 @@ void registerType(const std::string& type, MulSfs<T> const* table, MulSfs<T> pla
       lumbench::registerBuilds(kernel, w, h, opensRegions, [=, w = w, h = h](int k) {
         return [=](benchmark::State& st) { runMul<T>(st, table[k], w, h, sf); };
       });
-      lumbench::registerReferences(kernel, w, h, [=, w = w, h = h](benchmark::State& st) { runMul<T>(st, plain, w, h, sf); },
-                                   static_cast<size_t>(w) * h * sizeof(T));
+      lumbench::registerReferences(
+          kernel, w, h, [=, w = w, h = h](benchmark::State& st) { runMul<T>(st, plain, w, h, sf); },
+          static_cast<size_t>(w) * h * sizeof(T));
     }
 }
 

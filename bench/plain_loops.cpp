@@ -6,8 +6,9 @@ namespace {
 
 template <class T>
 T* row(T* p, int step, int y) {
-  return reinterpret_cast<T*>(reinterpret_cast<char*>(const_cast<void*>(
-                                  static_cast<const void*>(p))) + static_cast<long>(y) * step);
+  return reinterpret_cast<T*>(
+      reinterpret_cast<char*>(const_cast<void*>(static_cast<const void*>(p))) +
+      static_cast<long>(y) * step);
 }
 
 // d = op(a, b) pixel by pixel, row by row: the loop every plain reference is.
@@ -102,8 +103,8 @@ void plainMul_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u
   plainMulSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, 0, 255);
 }
 
-void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
-                      int dStep, LumSize size, int scaleFactor) {
+void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d, int dStep,
+                      LumSize size, int scaleFactor) {
   plainMulSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, -32768, 32767);
 }
 
@@ -112,8 +113,8 @@ void plainAbsDiff_8u(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u
   plainRows(a, aStep, b, bStep, d, dStep, size, [](int x, int y) { return x > y ? x - y : y - x; });
 }
 
-void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d,
-                      int dStep, LumSize size) {
+void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
+                      LumSize size) {
   plainRows(a, aStep, b, bStep, d, dStep, size,
             [](float x, float y) { return __builtin_fabsf(x - y); });
 }
@@ -123,8 +124,8 @@ void plainDiv_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u
   plainDivSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, 0, 255);
 }
 
-void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
-                      int dStep, LumSize size, int scaleFactor) {
+void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d, int dStep,
+                      LumSize size, int scaleFactor) {
   plainDivSfs(a, aStep, b, bStep, d, dStep, size, scaleFactor, -32768, 32767);
 }
 

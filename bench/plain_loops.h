@@ -14,15 +14,15 @@ void plainMul_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f
 // to even, saturated.
 void plainMul_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
                      LumSize size, int scaleFactor);
-void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
-                      int dStep, LumSize size, int scaleFactor);
+void plainMul_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d, int dStep,
+                      LumSize size, int scaleFactor);
 
 // Absolute difference: exact for bytes; for floats the sign of the
 // single-precision difference cleared.
 void plainAbsDiff_8u(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
                      LumSize size);
-void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d,
-                      int dStep, LumSize size);
+void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
+                      LumSize size);
 
 // Division, pSrc2 / pSrc1: for integers the quotient times 2^-scaleFactor
 // rounded half to even and saturated, a zero divisor giving the saturated
@@ -30,8 +30,8 @@ void plainAbsDiff_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lu
 // divisor giving the dividend's infinity or NaN.
 void plainDiv_8u_Sfs(const Lum8u* a, int aStep, const Lum8u* b, int bStep, Lum8u* d, int dStep,
                      LumSize size, int scaleFactor);
-void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d,
-                      int dStep, LumSize size, int scaleFactor);
+void plainDiv_16s_Sfs(const Lum16s* a, int aStep, const Lum16s* b, int bStep, Lum16s* d, int dStep,
+                      LumSize size, int scaleFactor);
 void plainDiv_32f(const Lum32f* a, int aStep, const Lum32f* b, int bStep, Lum32f* d, int dStep,
                   LumSize size);
 

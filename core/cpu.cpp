@@ -82,8 +82,9 @@ int coresOnDie() {
 int featureBuildLimit() {
   Lum32u r[4];
   ownGetReg(r, 1, 0);
-  const bool levels[] = {(r[EDX] & kEdxMmx) != 0 && (r[EDX] & kEdxSse) != 0, (r[EDX] & kEdxSse2) != 0,
-                         (r[ECX] & kEcxSse3) != 0, (r[ECX] & kEcxSsse3) != 0, (r[ECX] & kEcxSse41) != 0};
+  const bool levels[] = {(r[EDX] & kEdxMmx) != 0 && (r[EDX] & kEdxSse) != 0,
+                         (r[EDX] & kEdxSse2) != 0, (r[ECX] & kEcxSse3) != 0,
+                         (r[ECX] & kEcxSsse3) != 0, (r[ECX] & kEcxSse41) != 0};
   int limit = 0;
   while (limit < 5 && levels[limit]) ++limit;
   return limit;
@@ -240,16 +241,32 @@ LUM_API LumCpuType lumGetCpuType(void) {
       if (model == 4) return lumCpuFam5B;
     } else if (family == 6) {
       switch (model) {
-        case 1: return lumCpuFam6A;
-        case 3: case 5: case 6: return lumCpuFam6B;
-        case 7: case 8: case 10: case 11: return lumCpuFam6C;
-        case 9: case 13: return lumCpuFam6D;
-        case 14: return cores <= 1 ? lumCpuFam6E : lumCpuFam6F;
-        case 15: return cores <= 2 ? lumCpuFam6G : lumCpuFam6H;
-        case 23: return lumCpuSse41;
-        case 26: return lumCpuFam6I;
-        case 28: return lumCpuFam6J;
-        default: break;
+        case 1:
+          return lumCpuFam6A;
+        case 3:
+        case 5:
+        case 6:
+          return lumCpuFam6B;
+        case 7:
+        case 8:
+        case 10:
+        case 11:
+          return lumCpuFam6C;
+        case 9:
+        case 13:
+          return lumCpuFam6D;
+        case 14:
+          return cores <= 1 ? lumCpuFam6E : lumCpuFam6F;
+        case 15:
+          return cores <= 2 ? lumCpuFam6G : lumCpuFam6H;
+        case 23:
+          return lumCpuSse41;
+        case 26:
+          return lumCpuFam6I;
+        case 28:
+          return lumCpuFam6J;
+        default:
+          break;
       }
     } else if (family == 15) {
       if (sse3) return x64 ? lumCpuFam15D : lumCpuFam15C;

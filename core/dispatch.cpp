@@ -12,9 +12,9 @@ LUM_API int lumJumpIndexForMergedLibs = 0;
 // A stub forwards its caller's arguments unchanged through the table entry of
 // the selected build; at -O2 the call becomes a tail jump, so the build
 // returns straight to the caller.
-#define LUM_DISPATCHED(ret, name, params, args)                                     \
-  LUM_API ret(*name##_arraddr[LUM_NUM_BUILDS]) params = {                           \
-      k0_##name, k1_##name, k2_##name, k3_##name, k4_##name, k5_##name};            \
+#define LUM_DISPATCHED(ret, name, params, args)                                    \
+  LUM_API ret(*name##_arraddr[LUM_NUM_BUILDS])                                     \
+      params = {k0_##name, k1_##name, k2_##name, k3_##name, k4_##name, k5_##name}; \
   LUM_API ret name params { return name##_arraddr[lumJumpIndexForMergedLibs] args; }
 #include "dispatched.def"
 #undef LUM_DISPATCHED
@@ -24,17 +24,38 @@ const char ownBuildDate[] = "Nov 18 2007";
 
 int ownBuildIndexForCpu(Lum32u cpu) {
   switch (cpu) {
-    case 0: case 1: case 2: case 3: case 4: case 0xFFFFFFFFu:
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+    case 4:
+    case 0xFFFFFFFFu:
       return 0;
-    case 5: case 16: case 17: case 64:
+    case 5:
+    case 16:
+    case 17:
+    case 64:
       return 1;
-    case 6: case 7: case 9: case 65:
+    case 6:
+    case 7:
+    case 9:
+    case 65:
       return 2;
-    case 8: case 10: case 11: case 32: case 66:
+    case 8:
+    case 10:
+    case 11:
+    case 32:
+    case 66:
       return 3;
-    case 33: case 34: case 36: case 67:
+    case 33:
+    case 34:
+    case 36:
+    case 67:
       return 4;
-    case 35: case 37: case 68: case 69:
+    case 35:
+    case 37:
+    case 68:
+    case 69:
       return 5;
     default:
       return -1;

@@ -78,9 +78,14 @@ Lum32u controlToPortable(Lum32u cw) {
   portable |= (cw & kX87Rounding) >> 2;
   // Precision: 0x300 (64-bit significand) and the reserved 0x100 read as 0.
   switch (cw & kX87Precision) {
-    case 0x0200u: portable |= 0x00010000u; break;  // 53-bit
-    case 0x0000u: portable |= 0x00020000u; break;  // 24-bit
-    default: break;
+    case 0x0200u:
+      portable |= 0x00010000u;
+      break;  // 53-bit
+    case 0x0000u:
+      portable |= 0x00020000u;
+      break;  // 24-bit
+    default:
+      break;
   }
   if (cw & kX87Infinity) portable |= kPortableInfinity;
   return portable;
@@ -91,9 +96,14 @@ Lum32u controlToHardware(Lum32u portable) {
   Lum32u cw = exceptionsToHardware(portable);
   cw |= (portable & kPortableRounding) << 2;
   switch (portable & kPortablePrecision) {
-    case 0x00000000u: cw |= 0x0300u; break;  // 64-bit
-    case 0x00010000u: cw |= 0x0200u; break;  // 53-bit
-    default: break;                          // 0x20000 and 0x30000: 24-bit, field 0
+    case 0x00000000u:
+      cw |= 0x0300u;
+      break;  // 64-bit
+    case 0x00010000u:
+      cw |= 0x0200u;
+      break;  // 53-bit
+    default:
+      break;  // 0x20000 and 0x30000: 24-bit, field 0
   }
   if (portable & kPortableInfinity) cw |= kX87Infinity;
   return cw;

@@ -35,9 +35,9 @@ LUM_HIDDEN extern const char ownBuildDate[];
 
 // The constant fill of each build (value, destination, step, size). Not
 // dispatched: only the multiplications of the same build call it.
-#define LUM_TAGGED_SET(tag)                                                          \
-  LUM_HIDDEN LumStatus tag##_lumiSet_8u_C1R(Lum8u value, Lum8u* pDst, int dstStep,   \
-                                            LumSize roiSize);                        \
+#define LUM_TAGGED_SET(tag)                                                           \
+  LUM_HIDDEN LumStatus tag##_lumiSet_8u_C1R(Lum8u value, Lum8u* pDst, int dstStep,    \
+                                            LumSize roiSize);                         \
   LUM_HIDDEN LumStatus tag##_lumiSet_16s_C1R(Lum16s value, Lum16s* pDst, int dstStep, \
                                              LumSize roiSize);
 LUM_TAGGED_SET(k0)

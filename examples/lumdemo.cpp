@@ -47,8 +47,12 @@ constexpr Lum32u kCpuCodeForBuild[] = {0, 64, 65, 66, 67, 68};
 bool processorRunsBuild(int k) {
   if (k == 0) return true;
   if (!lum_has_cpuid()) return false;
-  const int has[] = {1, lum_is_mmx_extension() && lum_is_ssx_extension(), lum_is_sse2_extension(),
-                     lum_is_sse3_extension(), lum_is_ssse3_extension(), lum_is_sse41_extension()};
+  const int has[] = {1,
+                     lum_is_mmx_extension() && lum_is_ssx_extension(),
+                     lum_is_sse2_extension(),
+                     lum_is_sse3_extension(),
+                     lum_is_ssse3_extension(),
+                     lum_is_sse41_extension()};
   for (int i = 1; i <= k; ++i)
     if (!has[i]) return false;
   return true;
@@ -104,9 +108,8 @@ class PgmReader {
       return false;
     if (width < 1 || height < 1) return fail(why, "the width and height must be at least 1");
     if (width > kMaxSide || height > kMaxSide || width * height > kMaxPixels)
-      return fail(why, "the image is too large for this demo (at most " +
-                           std::to_string(kMaxSide) + " pixels a side and " +
-                           std::to_string(kMaxPixels) + " in all)");
+      return fail(why, "the image is too large for this demo (at most " + std::to_string(kMaxSide) +
+                           " pixels a side and " + std::to_string(kMaxPixels) + " in all)");
     if (maxval < 1 || maxval > 65535) return fail(why, "maxval must be 1..65535");
     if (pos_ >= bytes_.size() || !std::isspace(bytes_[pos_]))
       return fail(why, "truncated: no whitespace after maxval, and no pixels");
@@ -235,15 +238,15 @@ bool writeContactSheet(const std::string& dir) {
         for (int sy = y * factor; sy < std::min(gHeight, (y + 1) * factor); ++sy)
           for (int sx = x * factor; sx < std::min(gWidth, (x + 1) * factor); ++sx, ++n)
             sum += gShown[t].pixels[static_cast<size_t>(sy) * gWidth + sx];
-        sheet[static_cast<size_t>(oy + y) * sw + ox + x] = static_cast<unsigned char>((sum + n / 2) / n);
+        sheet[static_cast<size_t>(oy + y) * sw + ox + x] =
+            static_cast<unsigned char>((sum + n / 2) / n);
       }
   }
   const std::string path = dir + "/lumdemo_contact_sheet.pgm";
   const bool ok = writePgm(path, sheet, sw, sh);
   std::printf("\ncontact sheet %s: %d x %d, %d tiles of %d x %d in rows of %d:\n", path.c_str(), sw,
               sh, count, tw, th, columns);
-  for (int t = 0; t < count; ++t)
-    std::printf("  %2d %s\n", t + 1, gShown[t].name.c_str());
+  for (int t = 0; t < count; ++t) std::printf("  %2d %s\n", t + 1, gShown[t].name.c_str());
   if (!ok) std::printf("  cannot write %s\n", path.c_str());
   return ok;
 }
@@ -273,7 +276,8 @@ std::vector<float> makeRings() {
   for (int y = 0; y < gHeight; ++y)
     for (int x = 0; x < gWidth; ++x) {
       const float dx = x - gWidth / 2.0f, dy = y - gHeight / 2.0f;
-      rings[static_cast<size_t>(y) * gWidth + x] = 0.5f + 0.5f * std::cos(std::sqrt(dx * dx + dy * dy) / 9.0f);
+      rings[static_cast<size_t>(y) * gWidth + x] =
+          0.5f + 0.5f * std::cos(std::sqrt(dx * dx + dy * dy) / 9.0f);
     }
   return rings;
 }
@@ -287,7 +291,8 @@ Image makeScene() {
     for (int x = 0; x < gWidth; ++x) {
       const float dx = (x - gWidth / 2.0f) / gWidth, dy = (y - gHeight / 2.0f) / gHeight;
       const float base = 40.0f + 120.0f * (x + y) / static_cast<float>(gWidth + gHeight);
-      const float value = static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(dx * dx + dy * dy) * 60.0f));
+      const float value =
+          static_cast<Lum8u>(base + 40.0f * std::sin(std::sqrt(dx * dx + dy * dy) * 60.0f));
       scene.level[static_cast<size_t>(y) * gWidth + x] = value / 255.0f;
     }
   return scene;
@@ -318,8 +323,10 @@ std::vector<Lum8u> makeFrame(const std::vector<Lum8u>& scene, int t) {
     for (int x = 0; x < gWidth; ++x) {
       const float dx = x - cx, dy = y - cy;
       if (dx * dx + dy * dy < radius * radius)
-        frame[static_cast<size_t>(y) * gWidth + x] = static_cast<Lum8u>(
-            200 + 40 * ((static_cast<int>(std::floor(dx / cell)) ^ static_cast<int>(std::floor(dy / cell))) & 1));
+        frame[static_cast<size_t>(y) * gWidth + x] =
+            static_cast<Lum8u>(200 + 40 * ((static_cast<int>(std::floor(dx / cell)) ^
+                                            static_cast<int>(std::floor(dy / cell))) &
+                                           1));
     }
   return frame;
 }
@@ -343,8 +350,8 @@ std::vector<unsigned char> shown(const std::vector<T>& img, float scale, float o
 // times. Returns false on a failure or a disagreement.
 template <class Pixel>
 bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
-                     const std::function<LumStatus()>& op, bool twoThreads = false,
-                     int runs = 15, bool (*close)(Pixel first, Pixel other) = nullptr) {
+                     const std::function<LumStatus()>& op, bool twoThreads = false, int runs = 15,
+                     bool (*close)(Pixel first, Pixel other) = nullptr) {
   std::printf("\n%s\n  %-6s %12s %10s", title, "build", "time (us)", "vs k0");
   std::printf(twoThreads ? " %14s %8s\n" : "\n", "2 threads (us)", "speed-up");
   std::vector<Pixel> first;
@@ -392,12 +399,13 @@ bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
     }
     std::printf("\n");
   }
-  if (ok) std::printf("  all builds agree%s\n", exact ? " bit for bit" : " within the documented margin");
+  if (ok)
+    std::printf("  all builds agree%s\n", exact ? " bit for bit" : " within the documented margin");
   if (kEmulator != nullptr)
-    std::printf("  (times measured under an emulator, %s: they say nothing about speed)\n", kEmulator);
+    std::printf("  (times measured under an emulator, %s: they say nothing about speed)\n",
+                kEmulator);
   return ok;
 }
-
 
 // ---- Filters ----------------------------------------------------------------------
 // The filters read every source pixel their kernel reaches, so the image is
@@ -427,7 +435,8 @@ struct Kernel {
 };
 
 const Kernel kKernels[] = {
-    {"blur", 5,
+    {"blur",
+     5,
      {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6, 4, 16, 24, 16, 4, 1, 4, 6, 4, 1},
      0},
     {"sharpen", 3, {0, -1, 0, -1, 5, -1, 0, -1, 0}, 0},
@@ -463,11 +472,14 @@ bool filterDemo(const std::string& dir, const std::vector<T>& image, float scale
   std::vector<T> dst(pixelCount());
   const std::string title = std::string(type) + " " + kernel.name + " " +
                             std::to_string(kernel.size) + "x" + std::to_string(kernel.size);
-  const bool ok = runInEveryBuild(title.c_str(), dst, [&] {
-    return filterFn(interior, step, dst.data(), gWidth * static_cast<int>(sizeof(T)),
-                    LumSize{gWidth, gHeight}, k.data(), LumSize{kernel.size, kernel.size},
-                    LumPoint{c, c});
-  }, true, kEmulator != nullptr ? 1 : 9, filterMargin<T>);
+  const bool ok = runInEveryBuild(
+      title.c_str(), dst,
+      [&] {
+        return filterFn(interior, step, dst.data(), gWidth * static_cast<int>(sizeof(T)),
+                        LumSize{gWidth, gHeight}, k.data(), LumSize{kernel.size, kernel.size},
+                        LumPoint{c, c});
+      },
+      true, kEmulator != nullptr ? 1 : 9, filterMargin<T>);
   const std::vector<unsigned char> gray = shown(dst, scale, kernel.offset);
   const std::string name = std::string("lumdemo_") + kernel.name + "_" + type + ".pgm";
   return writeImages(dir, {{name.c_str(), &gray}}) && ok;
@@ -490,11 +502,16 @@ int main(int argc, char** argv) {
   std::string dir = ".", input;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (arg == "-o" && i + 1 < argc) dir = argv[++i];
-    else if (arg == "-h" || arg == "--help") return usage("runs every image function on an image"), 0;
-    else if (!arg.empty() && arg[0] == '-') return usage(("unknown option " + arg).c_str());
-    else if (input.empty()) input = arg;
-    else return usage("give at most one image");
+    if (arg == "-o" && i + 1 < argc)
+      dir = argv[++i];
+    else if (arg == "-h" || arg == "--help")
+      return usage("runs every image function on an image"), 0;
+    else if (!arg.empty() && arg[0] == '-')
+      return usage(("unknown option " + arg).c_str());
+    else if (input.empty())
+      input = arg;
+    else
+      return usage("give at most one image");
   }
 
   // The user's image, checked before anything runs, or the generated scene.
@@ -512,14 +529,14 @@ int main(int argc, char** argv) {
   }
 
   const LumLibraryVersion* v = lumiGetLibVersion();
-  std::printf("lum %d.%d.%d.%d (%s, %s)\n", v->major, v->minor, v->majorBuild, v->build,
-              v->version, v->buildDate);
+  std::printf("lum %d.%d.%d.%d (%s, %s)\n", v->major, v->minor, v->majorBuild, v->build, v->version,
+              v->buildDate);
   printProcessor();
   if (input.empty())
     std::printf("image: a generated scene, %dx%d\n", gWidth, gHeight);
   else
-    std::printf("image: %s, %dx%d, %d bits per pixel (maxval %d)\n", input.c_str(), gWidth,
-                gHeight, picture.maxval > 255 ? 16 : 8, picture.maxval);
+    std::printf("image: %s, %dx%d, %d bits per pixel (maxval %d)\n", input.c_str(), gWidth, gHeight,
+                picture.maxval > 255 ? 16 : 8, picture.maxval);
   std::printf("every build below runs on one thread\n");
 
   // The picture in the three pixel types: bytes 0..255, shorts 0..32767
@@ -540,9 +557,13 @@ int main(int argc, char** argv) {
   // The picture seen through rings: a float product.
   const std::vector<float> rings = makeRings();
   std::vector<float> product(n);
-  ok &= runInEveryBuild("lumiMul_32f_C1R: image x rings", product, [&] {
-    return lumiMul_32f_C1R(scene32f.data(), w * 4, rings.data(), w * 4, product.data(), w * 4, roi);
-  }, false, runs);
+  ok &= runInEveryBuild(
+      "lumiMul_32f_C1R: image x rings", product,
+      [&] {
+        return lumiMul_32f_C1R(scene32f.data(), w * 4, rings.data(), w * 4, product.data(), w * 4,
+                               roi);
+      },
+      false, runs);
   const std::vector<unsigned char> productGray = shown(product, 255.0f);
   ok &= writeImages(dir, {{"lumdemo_mul_32f.pgm", &productGray}});
 
@@ -550,17 +571,24 @@ int main(int argc, char** argv) {
   // saturated at 255 (bytes) or 32767 (shorts).
   const std::vector<Lum8u> gain = makeGain();
   std::vector<Lum8u> brightened(n);
-  ok &= runInEveryBuild("lumiMul_8u_C1RSfs: image x gain map, scale factor 7", brightened, [&] {
-    return lumiMul_8u_C1RSfs(scene.data(), w, gain.data(), w, brightened.data(), w, roi, 7);
-  }, false, runs);
+  ok &= runInEveryBuild(
+      "lumiMul_8u_C1RSfs: image x gain map, scale factor 7", brightened,
+      [&] {
+        return lumiMul_8u_C1RSfs(scene.data(), w, gain.data(), w, brightened.data(), w, roi, 7);
+      },
+      false, runs);
   const std::vector<Lum16s> gain16(gain.begin(), gain.end());
   std::vector<Lum16s> brightened16(n);
-  ok &= runInEveryBuild("lumiMul_16s_C1RSfs: the same in 16 bits", brightened16, [&] {
-    return lumiMul_16s_C1RSfs(scene16.data(), w * 2, gain16.data(), w * 2, brightened16.data(),
-                              w * 2, roi, 7);
-  }, false, runs);
+  ok &= runInEveryBuild(
+      "lumiMul_16s_C1RSfs: the same in 16 bits", brightened16,
+      [&] {
+        return lumiMul_16s_C1RSfs(scene16.data(), w * 2, gain16.data(), w * 2, brightened16.data(),
+                                  w * 2, roi, 7);
+      },
+      false, runs);
   const std::vector<unsigned char> brightened16Gray = shown(brightened16, 255.0f / 32767.0f);
-  ok &= writeImages(dir, {{"lumdemo_mul_8u.pgm", &brightened}, {"lumdemo_mul_16s.pgm", &brightened16Gray}});
+  ok &= writeImages(
+      dir, {{"lumdemo_mul_8u.pgm", &brightened}, {"lumdemo_mul_16s.pgm", &brightened16Gray}});
 
   // Vignetting and its correction: a lens that lets through flat / 128 of
   // the light (about 3/4 in the middle, 3/8 in the corners) darkens the
@@ -575,28 +603,41 @@ int main(int argc, char** argv) {
   std::vector<float> flat32f(n), vignetted32f(n), corrected32f(n);
   for (size_t i = 0; i < n; ++i) flat32f[i] = flat[i] / 128.0f;
   lumStaticInitCpu(kCpuCodeForBuild[0]);
-  ok &= lumiMul_8u_C1RSfs(scene.data(), w, flat.data(), w, vignetted.data(), w, roi, 7) == lumStsNoErr;
+  ok &= lumiMul_8u_C1RSfs(scene.data(), w, flat.data(), w, vignetted.data(), w, roi, 7) ==
+        lumStsNoErr;
   ok &= lumiMul_16s_C1RSfs(scene16.data(), w * 2, flat16.data(), w * 2, vignetted16.data(), w * 2,
                            roi, 7) == lumStsNoErr;
   ok &= lumiMul_32f_C1R(scene32f.data(), w * 4, flat32f.data(), w * 4, vignetted32f.data(), w * 4,
                         roi) == lumStsNoErr;
-  ok &= runInEveryBuild("lumiDiv_8u_C1RSfs: vignetted image / flat field, scale factor -7", corrected,
+  ok &= runInEveryBuild(
+      "lumiDiv_8u_C1RSfs: vignetted image / flat field, scale factor -7", corrected,
       [&] {
         return lumiDiv_8u_C1RSfs(flat.data(), w, vignetted.data(), w, corrected.data(), w, roi, -7);
-      }, false, runs, withinOne<Lum8u>);
-  ok &= runInEveryBuild("lumiDiv_16s_C1RSfs: the same in 16 bits", corrected16, [&] {
-    return lumiDiv_16s_C1RSfs(flat16.data(), w * 2, vignetted16.data(), w * 2, corrected16.data(),
-                              w * 2, roi, -7);
-  }, false, runs, withinOne<Lum16s>);
+      },
+      false, runs, withinOne<Lum8u>);
+  ok &= runInEveryBuild(
+      "lumiDiv_16s_C1RSfs: the same in 16 bits", corrected16,
+      [&] {
+        return lumiDiv_16s_C1RSfs(flat16.data(), w * 2, vignetted16.data(), w * 2,
+                                  corrected16.data(), w * 2, roi, -7);
+      },
+      false, runs, withinOne<Lum16s>);
   // The float quotient of k1..k5 comes from the reciprocal estimate and may
   // differ from k0's correctly rounded one in its last bits.
-  ok &= runInEveryBuild("lumiDiv_32f_C1R: the same in floats", corrected32f, [&] {
-    return lumiDiv_32f_C1R(flat32f.data(), w * 4, vignetted32f.data(), w * 4, corrected32f.data(),
-                           w * 4, roi);
-  }, false, runs, +[](float first, float other) { return std::fabs(first - other) <= 1e-6f * std::fabs(first); });
+  ok &= runInEveryBuild(
+      "lumiDiv_32f_C1R: the same in floats", corrected32f,
+      [&] {
+        return lumiDiv_32f_C1R(flat32f.data(), w * 4, vignetted32f.data(), w * 4,
+                               corrected32f.data(), w * 4, roi);
+      },
+      false, runs,
+      +[](float first, float other) {
+        return std::fabs(first - other) <= 1e-6f * std::fabs(first);
+      });
   int worst = 0;
   for (size_t i = 0; i < n; ++i) worst = std::max(worst, std::abs(corrected[i] - scene[i]));
-  std::printf("  corrected image within %d of the original (what the darkening rounded away)\n", worst);
+  std::printf("  corrected image within %d of the original (what the darkening rounded away)\n",
+              worst);
   const std::vector<unsigned char> corrected16Gray = shown(corrected16, 255.0f / 32767.0f);
   const std::vector<unsigned char> corrected32fGray = shown(corrected32f, 255.0f);
   ok &= writeImages(dir, {{"lumdemo_vignetted_8u.pgm", &vignetted},
@@ -609,14 +650,20 @@ int main(int argc, char** argv) {
   // and in floats on the same frames.
   const std::vector<Lum8u> frame0 = makeFrame(scene, 0), frame1 = makeFrame(scene, 1);
   std::vector<Lum8u> motion(n);
-  ok &= runInEveryBuild("lumiAbsDiff_8u_C1R: motion between two frames", motion, [&] {
-    return lumiAbsDiff_8u_C1R(frame0.data(), w, frame1.data(), w, motion.data(), w, roi);
-  }, false, runs);
-  const std::vector<float> float0(frame0.begin(), frame0.end()), float1(frame1.begin(), frame1.end());
+  ok &= runInEveryBuild(
+      "lumiAbsDiff_8u_C1R: motion between two frames", motion,
+      [&] { return lumiAbsDiff_8u_C1R(frame0.data(), w, frame1.data(), w, motion.data(), w, roi); },
+      false, runs);
+  const std::vector<float> float0(frame0.begin(), frame0.end()),
+      float1(frame1.begin(), frame1.end());
   std::vector<float> motion32f(n);
-  ok &= runInEveryBuild("lumiAbsDiff_32f_C1R: the same frames as floats", motion32f, [&] {
-    return lumiAbsDiff_32f_C1R(float0.data(), w * 4, float1.data(), w * 4, motion32f.data(), w * 4, roi);
-  }, false, runs);
+  ok &= runInEveryBuild(
+      "lumiAbsDiff_32f_C1R: the same frames as floats", motion32f,
+      [&] {
+        return lumiAbsDiff_32f_C1R(float0.data(), w * 4, float1.data(), w * 4, motion32f.data(),
+                                   w * 4, roi);
+      },
+      false, runs);
   for (size_t i = 0; i < n; ++i)
     if (motion32f[i] != static_cast<float>(motion[i])) {
       std::printf("  the float motion map differs from the byte one at pixel %zu\n", i);

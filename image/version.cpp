@@ -5,11 +5,7 @@
 LUM_BEGIN_BUILD
 namespace {
 const LumLibraryVersion kVersion = {
-    5, 3, 85, 499,
-    LUM_STR(LUM_TAG),
-    "lumi" LUM_STR(LUM_TAG) "t.a",
-    ownVersionString,
-    ownBuildDate,
+    5, 3, 85, 499, LUM_STR(LUM_TAG), "lumi" LUM_STR(LUM_TAG) "t.a", ownVersionString, ownBuildDate,
 };
 }  // namespace
 LUM_END_BUILD

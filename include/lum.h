@@ -103,8 +103,8 @@ typedef struct {
   int minor;
   int majorBuild;
   int build;
-  char targetCpu[4];   /* the build's tag, NUL-padded: "k0" .. "k5" */
-  const char* name;    /* "lumik0t.a" .. "lumik5t.a" */
+  char targetCpu[4]; /* the build's tag, NUL-padded: "k0" .. "k5" */
+  const char* name;  /* "lumik0t.a" .. "lumik5t.a" */
   const char* version;
   const char* buildDate;
 } LumLibraryVersion;
@@ -113,22 +113,22 @@ typedef struct {
 
 enum {
   lumStsNoErr = 0,
-  lumStsNoOperation = 1,      /* never returned by this library's functions */
-  lumStsDivByZero = 6,        /* divisions: a zero divisor, result written */
-  lumStsNotGenuineCpu = 20,   /* lumStaticInit: a notice, the build is selected */
-  lumStsCpuNotSet = 21,       /* lumStaticInitCpu: a code without a build */
-  lumStsCpuNotSupported = 36, /* lumGetMaxCacheSizeB */
-  lumStsCacheSizeUnknown = 37,/* lumGetMaxCacheSizeB */
+  lumStsNoOperation = 1,       /* never returned by this library's functions */
+  lumStsDivByZero = 6,         /* divisions: a zero divisor, result written */
+  lumStsNotGenuineCpu = 20,    /* lumStaticInit: a notice, the build is selected */
+  lumStsCpuNotSet = 21,        /* lumStaticInitCpu: a code without a build */
+  lumStsCpuNotSupported = 36,  /* lumGetMaxCacheSizeB */
+  lumStsCacheSizeUnknown = 37, /* lumGetMaxCacheSizeB */
 
   lumStsNoMemErr = -4,
   lumStsBadArgErr = -5,
-  lumStsSizeErr = -6,         /* a width, height or count below 1 */
+  lumStsSizeErr = -6, /* a width, height or count below 1 */
   lumStsNullPtrErr = -8,
   lumStsMemAllocErr = -9,
   lumStsDivByZeroErr = -10,
   lumStsOutOfRangeErr = -11,
   lumStsScaleRangeErr = -13,
-  lumStsStepErr = -14,        /* a step too small for the function */
+  lumStsStepErr = -14, /* a step too small for the function */
   lumStsStepNotPixelMultipleErr = -108
 };
 
@@ -171,7 +171,7 @@ LUM_EXTENSION typedef unsigned long long Lum64u;
 
 /* Processor code: what lumGetCpuType reports and lumStaticInitCpu accepts. */
 typedef enum {
-  lumCpuUnknown = 0,    /* no CPUID, or none of the tested features */
+  lumCpuUnknown = 0, /* no CPUID, or none of the tested features */
   lumCpuFam5A = 1,
   lumCpuFam5B = 2,
   lumCpuFam6A = 3,
@@ -190,14 +190,14 @@ typedef enum {
   lumCpuFam6H = 34,
   lumCpuFam6I = 35,
   lumCpuFam6J = 36,
-  lumCpuCode37 = 37,    /* never reported; accepted by lumStaticInitCpu */
+  lumCpuCode37 = 37, /* never reported; accepted by lumStaticInitCpu */
   lumCpuSse = 64,
   lumCpuSse2 = 65,
   lumCpuSse3 = 66,
   lumCpuSsse3 = 67,
   lumCpuSse41 = 68,
   lumCpuSse42 = 69,
-  lumCpuX64 = 96        /* x64 flag without any SSE level */
+  lumCpuX64 = 96 /* x64 flag without any SSE level */
 } LumCpuType;
 
 /* Identification record filled by lum_get_kestrel_ident. family, model and
@@ -252,7 +252,7 @@ LUM_API int lum_has_cpuid(void);
 LUM_API int lum_max_cpuid_input(void);
 LUM_API int lum_has_rdtsc(void);
 LUM_API int lum_is_mmx_extension(void);
-LUM_API int lum_is_ssx_extension(void);   /* SSE */
+LUM_API int lum_is_ssx_extension(void); /* SSE */
 LUM_API int lum_is_sse2_extension(void);
 LUM_API int lum_is_smt_extension(void);
 LUM_API int lum_is_sse3_extension(void);
@@ -369,12 +369,12 @@ LUM_API int lum_isnan(Lum64f x);
 LUM_API int lum_finite(Lum64f x);
 
 /* Read-only constants with these exact bits. */
-LUM_API extern const Lum32f lumConstantOfNAN_32f;      /* 0xFFC00000 */
-LUM_API extern const Lum32f lumConstantOfINF_32f;      /* 0x7F800000 */
-LUM_API extern const Lum32f lumConstantOfINF_NEG_32f;  /* 0xFF800000 */
-LUM_API extern const Lum64f lumConstantOfNAN_64f;      /* 0xFFF8000000000000 */
-LUM_API extern const Lum64f lumConstantOfINF_64f;      /* 0x7FF0000000000000 */
-LUM_API extern const Lum64f lumConstantOfINF_NEG_64f;  /* 0xFFF0000000000000 */
+LUM_API extern const Lum32f lumConstantOfNAN_32f;     /* 0xFFC00000 */
+LUM_API extern const Lum32f lumConstantOfINF_32f;     /* 0x7F800000 */
+LUM_API extern const Lum32f lumConstantOfINF_NEG_32f; /* 0xFF800000 */
+LUM_API extern const Lum64f lumConstantOfNAN_64f;     /* 0xFFF8000000000000 */
+LUM_API extern const Lum64f lumConstantOfINF_64f;     /* 0x7FF0000000000000 */
+LUM_API extern const Lum64f lumConstantOfINF_NEG_64f; /* 0xFFF0000000000000 */
 /* ---- Allocator hooks -------------------------------------------------------
    Every heap block the library uses comes from i_malloc and returns through
    i_free (it calls no other hook); today only the filters' scratch buffers
@@ -420,12 +420,12 @@ LUM_API extern int i_min_version;
    (8u) or 1024 x 768 (16s) on two threads, and the destination rows do not
    overlap; otherwise, and in k0, the calling thread does every row.
    The pixels do not depend on it. */
-LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
-                                    const Lum8u* pSrc2, int src2Step,
-                                    Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
-LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
-                                     const Lum16s* pSrc2, int src2Step,
-                                     Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+LUM_API LumStatus lumiMul_8u_C1RSfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2,
+                                    int src2Step, Lum8u* pDst, int dstStep, LumSize roiSize,
+                                    int scaleFactor);
+LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step, const Lum16s* pSrc2,
+                                     int src2Step, Lum16s* pDst, int dstStep, LumSize roiSize,
+                                     int scaleFactor);
 
 /* pDst = pSrc1 * pSrc2 in single precision under the caller's rounding;
    NaNs and infinities propagate as the processor gives them.
@@ -445,9 +445,8 @@ LUM_API LumStatus lumiMul_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    thread gets at least 98304 pixels (from 444 x 443 on two threads) and the
    destination rows do not overlap; otherwise, and in k0, the calling
    thread does every row. */
-LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
-                                  const Lum32f* pSrc2, int src2Step,
-                                  Lum32f* pDst, int dstStep, LumSize roiSize);
+LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
+                                  int src2Step, Lum32f* pDst, int dstStep, LumSize roiSize);
 
 /* pDst = |pSrc1 - pSrc2|, exact for 8u; for 32f one single-precision
    subtraction with the sign bit then cleared (a NaN keeps its payload with
@@ -477,12 +476,10 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step,
    before anything the caller stores next (another thread that sees the
    caller's later release store sees the pixels).
    Threads: runs on the calling thread. */
-LUM_API LumStatus lumiAbsDiff_8u_C1R(const Lum8u* pSrc1, int src1Step,
-                                     const Lum8u* pSrc2, int src2Step,
-                                     Lum8u* pDst, int dstStep, LumSize roiSize);
-LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
-                                      const Lum32f* pSrc2, int src2Step,
-                                      Lum32f* pDst, int dstStep, LumSize roiSize);
+LUM_API LumStatus lumiAbsDiff_8u_C1R(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2,
+                                     int src2Step, Lum8u* pDst, int dstStep, LumSize roiSize);
+LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
+                                      int src2Step, Lum32f* pDst, int dstStep, LumSize roiSize);
 
 /* pDst = pSrc2 / pSrc1 * 2^-scaleFactor: note the order, pSrc1 holds the
    divisors. Rounded to nearest with ties to even and saturated to the pixel
@@ -506,12 +503,12 @@ LUM_API LumStatus lumiAbsDiff_32f_C1R(const Lum32f* pSrc1, int src1Step,
    pixels (1024 x 192 on two threads) and the destination rows do not
    overlap; otherwise the calling thread does every row. The pixels do not
    depend on it. */
-LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step,
-                                    const Lum8u* pSrc2, int src2Step,
-                                    Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor);
-LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
-                                     const Lum16s* pSrc2, int src2Step,
-                                     Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor);
+LUM_API LumStatus lumiDiv_8u_C1RSfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2,
+                                    int src2Step, Lum8u* pDst, int dstStep, LumSize roiSize,
+                                    int scaleFactor);
+LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step, const Lum16s* pSrc2,
+                                     int src2Step, Lum16s* pDst, int dstStep, LumSize roiSize,
+                                     int scaleFactor);
 
 /* pDst = pSrc2 / pSrc1 in single precision, under the caller's rounding.
    A divisor of +0 or -0 gives +Inf for a positive dividend, -Inf for a
@@ -540,9 +537,8 @@ LUM_API LumStatus lumiDiv_16s_C1RSfs(const Lum16s* pSrc1, int src1Step,
    parallel region where each thread gets at least 98304 pixels (4096 x 48
    on two threads) and the destination rows do not overlap; otherwise the
    calling thread does every row. The pixels do not depend on it. */
-LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
-                                  const Lum32f* pSrc2, int src2Step,
-                                  Lum32f* pDst, int dstStep, LumSize roiSize);
+LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
+                                  int src2Step, Lum32f* pDst, int dstStep, LumSize roiSize);
 /* ---- Filtering with a float kernel ---------------------------------------
    pDst(x, y) = sum over j < kernelSize.height, i < kernelSize.width of
    pKernel[j * kernelSize.width + i] * S(x + anchor.x - i, y + anchor.y - j),
@@ -590,12 +586,12 @@ LUM_API LumStatus lumiDiv_32f_C1R(const Lum32f* pSrc1, int src1Step,
 LUM_API LumStatus lumiFilter32f_8u_C1R(const Lum8u* pSrc, int srcStep, Lum8u* pDst, int dstStep,
                                        LumSize dstRoiSize, const Lum32f* pKernel,
                                        LumSize kernelSize, LumPoint anchor);
-LUM_API LumStatus lumiFilter32f_16s_C1R(const Lum16s* pSrc, int srcStep, Lum16s* pDst,
-                                        int dstStep, LumSize dstRoiSize, const Lum32f* pKernel,
+LUM_API LumStatus lumiFilter32f_16s_C1R(const Lum16s* pSrc, int srcStep, Lum16s* pDst, int dstStep,
+                                        LumSize dstRoiSize, const Lum32f* pKernel,
                                         LumSize kernelSize, LumPoint anchor);
 LUM_API LumStatus lumiFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pDst, int dstStep,
-                                     LumSize dstRoiSize, const Lum32f* pKernel,
-                                     LumSize kernelSize, LumPoint anchor);
+                                     LumSize dstRoiSize, const Lum32f* pKernel, LumSize kernelSize,
+                                     LumPoint anchor);
 
 /* ---- Dispatch tables ----------------------------------------------------
    One writable six-entry table per dispatched function, entry i holding the
@@ -604,28 +600,29 @@ LUM_API LumStatus lumiFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pD
    load time; the library never changes them. A caller that writes an entry
    redirects every later call of that function through it. */
 LUM_API extern const LumLibraryVersion* (*lumiGetLibVersion_arraddr[6])(void);
-LUM_API extern LumStatus (*lumiMul_8u_C1RSfs_arraddr[6])(
-    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);
-LUM_API extern LumStatus (*lumiMul_16s_C1RSfs_arraddr[6])(
-    const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
-LUM_API extern LumStatus (*lumiMul_32f_C1R_arraddr[6])(
-    const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
-LUM_API extern LumStatus (*lumiAbsDiff_8u_C1R_arraddr[6])(
-    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize);
-LUM_API extern LumStatus (*lumiAbsDiff_32f_C1R_arraddr[6])(
-    const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
-LUM_API extern LumStatus (*lumiDiv_8u_C1RSfs_arraddr[6])(
-    const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int);
-LUM_API extern LumStatus (*lumiDiv_16s_C1RSfs_arraddr[6])(
-    const Lum16s*, int, const Lum16s*, int, Lum16s*, int, LumSize, int);
-LUM_API extern LumStatus (*lumiDiv_32f_C1R_arraddr[6])(
-    const Lum32f*, int, const Lum32f*, int, Lum32f*, int, LumSize);
-LUM_API extern LumStatus (*lumiFilter32f_8u_C1R_arraddr[6])(
-    const Lum8u*, int, Lum8u*, int, LumSize, const Lum32f*, LumSize, LumPoint);
-LUM_API extern LumStatus (*lumiFilter32f_16s_C1R_arraddr[6])(
-    const Lum16s*, int, Lum16s*, int, LumSize, const Lum32f*, LumSize, LumPoint);
-LUM_API extern LumStatus (*lumiFilter_32f_C1R_arraddr[6])(
-    const Lum32f*, int, Lum32f*, int, LumSize, const Lum32f*, LumSize, LumPoint);
+LUM_API extern LumStatus (*lumiMul_8u_C1RSfs_arraddr[6])(const Lum8u*, int, const Lum8u*, int,
+                                                         Lum8u*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiMul_16s_C1RSfs_arraddr[6])(const Lum16s*, int, const Lum16s*, int,
+                                                          Lum16s*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiMul_32f_C1R_arraddr[6])(const Lum32f*, int, const Lum32f*, int,
+                                                       Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiAbsDiff_8u_C1R_arraddr[6])(const Lum8u*, int, const Lum8u*, int,
+                                                          Lum8u*, int, LumSize);
+LUM_API extern LumStatus (*lumiAbsDiff_32f_C1R_arraddr[6])(const Lum32f*, int, const Lum32f*, int,
+                                                           Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiDiv_8u_C1RSfs_arraddr[6])(const Lum8u*, int, const Lum8u*, int,
+                                                         Lum8u*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiDiv_16s_C1RSfs_arraddr[6])(const Lum16s*, int, const Lum16s*, int,
+                                                          Lum16s*, int, LumSize, int);
+LUM_API extern LumStatus (*lumiDiv_32f_C1R_arraddr[6])(const Lum32f*, int, const Lum32f*, int,
+                                                       Lum32f*, int, LumSize);
+LUM_API extern LumStatus (*lumiFilter32f_8u_C1R_arraddr[6])(const Lum8u*, int, Lum8u*, int, LumSize,
+                                                            const Lum32f*, LumSize, LumPoint);
+LUM_API extern LumStatus (*lumiFilter32f_16s_C1R_arraddr[6])(const Lum16s*, int, Lum16s*, int,
+                                                             LumSize, const Lum32f*, LumSize,
+                                                             LumPoint);
+LUM_API extern LumStatus (*lumiFilter_32f_C1R_arraddr[6])(const Lum32f*, int, Lum32f*, int, LumSize,
+                                                          const Lum32f*, LumSize, LumPoint);
 
 #ifdef __cplusplus
 }

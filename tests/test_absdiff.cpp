@@ -1,6 +1,6 @@
 // Absolute difference of every build through the harness, against the difference worked out here:
-// exact for bytes; for floats one rounding of the exact difference, the sign then cleared. The float
-// kernels of k2, k4 and k5 stream from the cache size on: both sides of that switch.
+// exact for bytes; for floats one rounding of the exact difference, the sign then cleared. The
+// float kernels of k2, k4 and k5 stream from the cache size on: both sides of that switch.
 #include <algorithm>
 #include <tuple>
 
@@ -10,9 +10,15 @@
 #include "support/cases.h"
 
 namespace lum {
-namespace k2 { bool ownAbsDiffStreams_32f(int width, int height); }
-namespace k4 { bool ownAbsDiffStreams_32f(int width, int height); }
-namespace k5 { bool ownAbsDiffStreams_32f(int width, int height); }
+namespace k2 {
+bool ownAbsDiffStreams_32f(int width, int height);
+}
+namespace k4 {
+bool ownAbsDiffStreams_32f(int width, int height);
+}
+namespace k5 {
+bool ownAbsDiffStreams_32f(int width, int height);
+}
 }  // namespace lum
 
 namespace {
@@ -20,24 +26,32 @@ namespace {
 using namespace lumtest;
 
 // A processor for the scope whose largest cache comes from `descriptor` of leaf 2 (vendor
-// GenuineTorva), or from the extended leaf 0x80000006 (ECX, EDX) of a vendor the query does not know;
-// the query answers afresh.
+// GenuineTorva), or from the extended leaf 0x80000006 (ECX, EDX) of a vendor the query does not
+// know; the query answers afresh.
 struct CacheScope {
-  explicit CacheScope(Lum32u descriptor) : cpu([=] {
-    CpuLeaves l = cpuLeaves();
-    return l[2] = {1 | descriptor << 8, 0, 0, 0}, l;
-  }()) { ownResetCacheState(); }
-  CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx) : cpu([=] {
-    CpuLeaves l = cpuLeaves("OtherVendorX");
-    return l[0x80000000u] = {topExtendedLeaf, 0, 0, 0}, l[0x80000006u] = {0, 0, ecx, edx}, l;
-  }()) { ownResetCacheState(); }
+  explicit CacheScope(Lum32u descriptor)
+      : cpu([=] {
+          CpuLeaves l = cpuLeaves();
+          return l[2] = {1 | descriptor << 8, 0, 0, 0}, l;
+        }()) {
+    ownResetCacheState();
+  }
+  CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx)
+      : cpu([=] {
+          CpuLeaves l = cpuLeaves("OtherVendorX");
+          return l[0x80000000u] = {topExtendedLeaf, 0, 0, 0}, l[0x80000006u] = {0, 0, ecx, edx}, l;
+        }()) {
+    ownResetCacheState();
+  }
   ~CacheScope() { ownResetCacheState(); }
   FakeCpu cpu;
 };
 
 class AbsDiff : public PerBuild {};
 
-TEST_P(AbsDiff, Harness8u) { checkAll<Lum8u>(build(), 1, [&](int, int) { return absDiffCase<Lum8u>(build()); }); }
+TEST_P(AbsDiff, Harness8u) {
+  checkAll<Lum8u>(build(), 1, [&](int, int) { return absDiffCase<Lum8u>(build()); });
+}
 
 // On the largest cache this processor describes (in leaf 2, or in the extended leaf where the query
 // fails), then on one of 16 MiB, which every region here fits.
@@ -53,7 +67,8 @@ LUM_INSTANTIATE_PER_BUILD(AbsDiff);
 // where the query fails the extended leaf's (level 2 or level 3, whichever is larger), every region
 // where neither can be read.
 TEST(AbsDiffCacheSwitch, AtTheCacheSizeAndOnePixelBelow) {
-  for (auto streams : {lum::k2::ownAbsDiffStreams_32f, lum::k4::ownAbsDiffStreams_32f, lum::k5::ownAbsDiffStreams_32f}) {
+  for (auto streams : {lum::k2::ownAbsDiffStreams_32f, lum::k4::ownAbsDiffStreams_32f,
+                       lum::k5::ownAbsDiffStreams_32f}) {
     const auto edge = [&](const char* what, int cache) {
       const int pixels = (cache + 11) / 12;  // the first count that reaches it
       EXPECT_TRUE(streams(pixels > 0 ? pixels : 1, 1)) << what << ", cache " << cache;
@@ -61,12 +76,18 @@ TEST(AbsDiffCacheSwitch, AtTheCacheSizeAndOnePixelBelow) {
     };
     {
       CacheScope cache(0x3A);  // 192 KiB: 16384 pixels
-      for (const auto& [w, h, want] : {std::tuple{128, 128, true}, {16384, 1, true}, {1, 16384, true},
-                                       {16383, 1, false}, {127, 129, false}, {2, 8192, true}, {8191, 2, false}})
+      for (const auto& [w, h, want] : {std::tuple{128, 128, true},
+                                       {16384, 1, true},
+                                       {1, 16384, true},
+                                       {16383, 1, false},
+                                       {127, 129, false},
+                                       {2, 8192, true},
+                                       {8191, 2, false}})
         EXPECT_EQ(streams(w, h), want) << w << "x" << h;
     }
     {
-      CacheScope cache(0x80000008u, 0x01000000u, 0x00080000u);  // level 2 of 256 KiB, level 3 of 1 MiB
+      CacheScope cache(0x80000008u, 0x01000000u,
+                       0x00080000u);  // level 2 of 256 KiB, level 3 of 1 MiB
       edge("level 3", 1 << 20);
       EXPECT_TRUE(streams(1024, 86) && !streams(1024, 85));
     }

@@ -24,7 +24,8 @@ int walk(Lum32u eax, Lum32u ebx, Lum32u ecx, Lum32u edx) {
   const uint32_t r[4] = {eax, ebx, ecx, edx};
   FakeCpu cpu({{2, {eax, ebx, ecx, edx}}});
   const int size = ownGetCacheSize(ownCacheDescriptors);
-  EXPECT_EQ(size, lumref::leaf2CacheSize(r)) << std::hex << eax << " " << ebx << " " << ecx << " " << edx;
+  EXPECT_EQ(size, lumref::leaf2CacheSize(r))
+      << std::hex << eax << " " << ebx << " " << ecx << " " << edx;
   return size;
 }
 
@@ -41,18 +42,27 @@ TEST(CacheSize, EveryByteEveryPositionEveryPairAndWorkedCases) {
   ASSERT_EQ(known.size(), 39u);
   for (Lum32u x : known)  // either one first, the larger cache wins
     for (Lum32u y : known) {
-      EXPECT_EQ(walk(1 | x << 8, y << 16, 0, 0), std::max(lumref::descriptorSize(x), lumref::descriptorSize(y)));
+      EXPECT_EQ(walk(1 | x << 8, y << 16, 0, 0),
+                std::max(lumref::descriptorSize(x), lumref::descriptorSize(y)));
       walk(1 | x << 24, 0, 0, y << 24);  // a top byte of 0x80 or more drops the register
     }
   // Next to unknown bytes; registers with bit 31 set are empty and the others
   // packed without gaps; with EAX dropped the walk still covers positions
   // 1..count, passing over the first byte of the first kept register; only
   // the single-round form is read.
-  const struct { Lum32u r[4]; int size; } cases[] = {
-      {{1, 0x2C492C, 0, 0}, 4 << 20}, {{1, 0x2C2C2C2C, 0x00F0FFFF, 0}, -1}, {{1, 0x43, 0, 0x8500004D}, 512 << 10},
-      {{1, 0x80000000, 0x90000000, 0x3A000000}, 192 << 10}, {{0x80000001, 0x4D, 0, 0}, -1},
-      {{0x80000001, 0x4D000000, 0, 0}, 16 << 20}, {{0x80000001, 0x4D, 0x43, 0}, 512 << 10},
-      {{0x4D4D00, 0x4D, 0, 0}, -1}, {{0x4D4D02, 0x4D, 0, 0}, -1}, {{0x4D4DFF, 0x4D, 0, 0}, -1}};
+  const struct {
+    Lum32u r[4];
+    int size;
+  } cases[] = {{{1, 0x2C492C, 0, 0}, 4 << 20},
+               {{1, 0x2C2C2C2C, 0x00F0FFFF, 0}, -1},
+               {{1, 0x43, 0, 0x8500004D}, 512 << 10},
+               {{1, 0x80000000, 0x90000000, 0x3A000000}, 192 << 10},
+               {{0x80000001, 0x4D, 0, 0}, -1},
+               {{0x80000001, 0x4D000000, 0, 0}, 16 << 20},
+               {{0x80000001, 0x4D, 0x43, 0}, 512 << 10},
+               {{0x4D4D00, 0x4D, 0, 0}, -1},
+               {{0x4D4D02, 0x4D, 0, 0}, -1},
+               {{0x4D4DFF, 0x4D, 0, 0}, -1}};
   for (const auto& c : cases) EXPECT_EQ(walk(c.r[0], c.r[1], c.r[2], c.r[3]), c.size);
 }
 
@@ -75,17 +85,23 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
   ownResetCacheState();
 }
 
-// The extended leaf 0x80000006 on made-up processors, against the reference reading: level 2 in KiB in
-// ECX bits 31..16, level 3 in units of 512 KiB in EDX bits 31..18, the bits below ignored; nothing
-// without the leaf, with a highest extended leaf that is no extended leaf, or without CPUID.
+// The extended leaf 0x80000006 on made-up processors, against the reference reading: level 2 in KiB
+// in ECX bits 31..16, level 3 in units of 512 KiB in EDX bits 31..18, the bits below ignored;
+// nothing without the leaf, with a highest extended leaf that is no extended leaf, or without
+// CPUID.
 TEST(ExtendedCacheSize, Leaf0x80000006AgainstTheReference) {
-  for (auto [top, ecx, edx, want] :
-       {std::tuple{0x80000006u, 0x02000000u, 0u, 512 << 10}, {0x80000008u, 0x0100FFFFu, 0x0A009140u, 320 << 20},
-        {0x80000021u, 0x08000140u, 0x0003FFFFu, 2 << 20}, {0x80000006u, 0x08000000u, 0x00C00000u, 24 << 20},
-        {0x80000006u, 0x08000000u, 0x01000000u, 32 << 20}, {0x80000006u, 0u, 0xFFFC0000u, INT32_MAX},
-        {0x80000006u, 0xFFFF0000u, 0u, 65535 << 10}, {0x80000006u, 0x0000FFFFu, 0x0003FFFFu, 0},
-        {0x80000005u, 0x02000000u, 0x01000000u, 0}, {0x80000001u, 0x02000000u, 0x01000000u, 0},
-        {0x00000004u, 0x02000000u, 0x01000000u, 0}, {0x80010006u, 0x02000000u, 0x01000000u, 0}}) {
+  for (auto [top, ecx, edx, want] : {std::tuple{0x80000006u, 0x02000000u, 0u, 512 << 10},
+                                     {0x80000008u, 0x0100FFFFu, 0x0A009140u, 320 << 20},
+                                     {0x80000021u, 0x08000140u, 0x0003FFFFu, 2 << 20},
+                                     {0x80000006u, 0x08000000u, 0x00C00000u, 24 << 20},
+                                     {0x80000006u, 0x08000000u, 0x01000000u, 32 << 20},
+                                     {0x80000006u, 0u, 0xFFFC0000u, INT32_MAX},
+                                     {0x80000006u, 0xFFFF0000u, 0u, 65535 << 10},
+                                     {0x80000006u, 0x0000FFFFu, 0x0003FFFFu, 0},
+                                     {0x80000005u, 0x02000000u, 0x01000000u, 0},
+                                     {0x80000001u, 0x02000000u, 0x01000000u, 0},
+                                     {0x00000004u, 0x02000000u, 0x01000000u, 0},
+                                     {0x80010006u, 0x02000000u, 0x01000000u, 0}}) {
     for (bool hasCpuid : {true, false}) {
       lumtest::CpuLeaves leaves = lumtest::cpuLeaves("OtherVendorX");
       leaves[0x80000000u] = {top, 0, 0, 0};
@@ -94,16 +110,17 @@ TEST(ExtendedCacheSize, Leaf0x80000006AgainstTheReference) {
       cpu.hasCpuid = hasCpuid;
       const uint32_t regs[4] = {0, 0, ecx, edx};
       const int size = ownGetExtendedCacheSize();
-      EXPECT_EQ(size, hasCpuid ? lumref::extendedCacheSize(top, regs) : 0) << std::hex << top << " " << ecx << " " << edx;
+      EXPECT_EQ(size, hasCpuid ? lumref::extendedCacheSize(top, regs) : 0)
+          << std::hex << top << " " << ecx << " " << edx;
       EXPECT_EQ(size, hasCpuid ? want : 0) << std::hex << top << " " << ecx << " " << edx;
       EXPECT_EQ(cpu.blindReads, 0);
     }
   }
 }
 
-// The cache the streaming choice takes: the query's where it succeeds, the extended leaf's where the
-// vendor is unknown or leaf 2 names no cache, 0 where neither can be read; the query's own answers
-// unchanged; worked out once, by whichever of several threads asks first.
+// The cache the streaming choice takes: the query's where it succeeds, the extended leaf's where
+// the vendor is unknown or leaf 2 names no cache, 0 where neither can be read; the query's own
+// answers unchanged; worked out once, by whichever of several threads asks first.
 TEST(ExtendedCacheSize, TakenWhereTheQueryFailsOnce) {
   const Lum32u big = 0x4D, none = 0xFF;  // leaf-2 descriptors: 16 MiB, and one that names no cache
   for (auto [vendor, descriptor, extended, status, querySize, largest] :
@@ -114,12 +131,15 @@ TEST(ExtendedCacheSize, TakenWhereTheQueryFailsOnce) {
         {"OtherVendorX", big, false, lumStsCpuNotSupported, 0, 0}}) {
     lumtest::CpuLeaves leaves = lumtest::cpuLeaves(vendor);
     leaves[2] = {0x00000001 | descriptor << 8, 0, 0, 0};
-    if (extended) leaves[0x80000000u] = {0x80000006u, 0, 0, 0}, leaves[0x80000006u] = {0, 0, 0x01000000u, 0x00180000u};
+    if (extended)
+      leaves[0x80000000u] = {0x80000006u, 0, 0, 0},
+      leaves[0x80000006u] = {0, 0, 0x01000000u, 0x00180000u};
     FakeCpu cpu(leaves);
     ownResetCacheState();
     std::atomic<int> wrong{0};
     std::vector<std::thread> askers;
-    for (int t = 0; t < 4; ++t) askers.emplace_back([&, largest = largest] { wrong += ownGetLargestCacheSize() != largest; });
+    for (int t = 0; t < 4; ++t)
+      askers.emplace_back([&, largest = largest] { wrong += ownGetLargestCacheSize() != largest; });
     for (std::thread& t : askers) t.join();
     EXPECT_EQ(wrong.load(), 0) << vendor << " " << descriptor << " " << extended;
     cpu.leaves[0x80000006u] = {0, 0, 0x7FFF0000u, 0};  // a larger cache now: not read again

@@ -16,8 +16,16 @@
 #include "support/builds.h"
 #include "support/filter_check.h"
 
-#define LUM_FILTER_BANDS(tag) namespace lum::tag { void ownFilterBands(LumSize, LumSize, void (*)(int, int, void*), void*); }
-LUM_FILTER_BANDS(k0) LUM_FILTER_BANDS(k1) LUM_FILTER_BANDS(k2) LUM_FILTER_BANDS(k3) LUM_FILTER_BANDS(k4) LUM_FILTER_BANDS(k5)
+#define LUM_FILTER_BANDS(tag)                                              \
+  namespace lum::tag {                                                     \
+  void ownFilterBands(LumSize, LumSize, void (*)(int, int, void*), void*); \
+  }
+LUM_FILTER_BANDS(k0)
+LUM_FILTER_BANDS(k1)
+LUM_FILTER_BANDS(k2)
+LUM_FILTER_BANDS(k3)
+LUM_FILTER_BANDS(k4)
+LUM_FILTER_BANDS(k5)
 
 namespace {
 
@@ -29,59 +37,104 @@ class Filter : public PerBuild {};
 // outside (negative and beyond), every window layout and environment.
 TEST_P(Filter, FormulaAndWindow) {
   for (int i = 0; i < 70; ++i) {
-    const int kw = 1 + i % 7, kh = 1 + i / 7 % 7, ax[] = {kw / 2, 0, kw - 1, -2, kw + 1}, ay[] = {kh / 2, kh - 1, -1, 0, kh + 2};
+    const int kw = 1 + i % 7, kh = 1 + i / 7 % 7, ax[] = {kw / 2, 0, kw - 1, -2, kw + 1},
+              ay[] = {kh / 2, kh - 1, -1, 0, kh + 2};
     Call c{i + 1, 1 + i % 4, kw, kh, ax[i % 5], ay[(i / 5) % 5], i % 5, 1, i % kNumEnvs};
-    checkFilter<Lum8u>(build(), c), checkFilter<Lum16s>(build(), c), checkFilter<Lum32f>(build(), c);
+    checkFilter<Lum8u>(build(), c), checkFilter<Lum16s>(build(), c),
+        checkFilter<Lum32f>(build(), c);
   }
-  for (int w : {127, 300}) checkFilter<Lum16s>(build(), {w, 5, 5, 5, 2, 2}), checkFilter<Lum32f>(build(), {w, 3, 3, 4, 1, 1, 1});
-  // Mirrored: with anchor (1, 1), 1 at K[0][0] copies S(x + 1, y + 1), at K[2][2] S(x - 1, y - 1); a 1x1
-  // kernel of 1 with anchor (-1, 0) copies S(x - 1, y).
-  for (int one : {0, 2, 8}) checkFilter<Lum32f>(build(), {6, 4, 3, 3, 1, 1, one % 5, 1, 0, [&] { std::vector<float> k(9); return k[one] = 1, k; }()});
+  for (int w : {127, 300})
+    checkFilter<Lum16s>(build(), {w, 5, 5, 5, 2, 2}),
+        checkFilter<Lum32f>(build(), {w, 3, 3, 4, 1, 1, 1});
+  // Mirrored: with anchor (1, 1), 1 at K[0][0] copies S(x + 1, y + 1), at K[2][2] S(x - 1, y - 1);
+  // a 1x1 kernel of 1 with anchor (-1, 0) copies S(x - 1, y).
+  for (int one : {0, 2, 8})
+    checkFilter<Lum32f>(build(), {6, 4, 3, 3, 1, 1, one % 5, 1, 0, [&] {
+                                    std::vector<float> k(9);
+                                    return k[one] = 1, k;
+                                  }()});
   checkFilter<Lum32f>(build(), {6, 4, 1, 1, -1, 0, 2, 1, 0, {1}});
 }
 
-// Checks in order, the first failing one returned, nothing written, whatever the anchor: steps at the
-// limit pass, a byte short fails, and a window row longer than any step fails too.
+// Checks in order, the first failing one returned, nothing written, whatever the anchor: steps at
+// the limit pass, a byte short fails, and a window row longer than any step fails too.
 TEST_P(Filter, ArgumentChecks) {
   float k[9] = {}, s[64] = {}, d[8];
-  const auto call = [&](const float* src, int ss, float* dst, int ds, LumSize roi, const float* ker, LumSize ks, LumPoint a) {
+  const auto call = [&](const float* src, int ss, float* dst, int ds, LumSize roi, const float* ker,
+                        LumSize ks, LumPoint a) {
     std::fill(d, d + 8, 7.0f);
     const LumStatus st = entry<Lum32f>(build())(src, ss, dst, ds, roi, ker, ks, a);
     for (float v : d) EXPECT_TRUE(st == lumStsNoErr || v == 7.0f);
     return st;
   };
   for (auto [src, ss, dst, ds, w, h, ker, kw, kh, want] :
-       {std::tuple{s, 16, d, 8, 2, 2, k, 3, 3, lumStsNoErr}, {nullptr, 16, d, 8, 0, 2, k, 3, 3, lumStsNullPtrErr},
-        {s, 16, nullptr, 8, 2, 2, nullptr, 3, 3, lumStsNullPtrErr}, {s, 16, d, 8, 0, 2, nullptr, 3, 3, lumStsNullPtrErr},
-        {s, 0, d, 8, 0, 2, k, 3, 3, lumStsSizeErr}, {s, 0, d, 8, 2, INT_MIN, k, 0, 3, lumStsSizeErr}, {s, 0, d, 8, 2, 2, k, 0, 0, lumStsSizeErr},
-        {s, 0, d, 8, 2, 2, k, 3, -1, lumStsSizeErr}, {s, 15, d, 8, 2, 2, k, 3, 3, lumStsStepErr}, {s, -16, d, 8, 2, 2, k, 3, 3, lumStsStepErr},
-        {s, 16, d, 7, 2, 2, k, 3, 3, lumStsStepErr}, {s, 16, d, -8, 2, 2, k, 3, 3, lumStsStepErr}, {s, INT_MAX, d, 8, 2, 2, k, INT_MAX, 1, lumStsStepErr},
-        {s, INT_MAX, d, INT_MAX, INT_MAX / 4 + 1, 1, k, 1, 1, lumStsStepErr}})
-  {
-    EXPECT_EQ(call(src, ss, dst, ds, {w, h}, ker, {kw, kh}, want ? LumPoint{INT_MIN, INT_MAX} : LumPoint{2, 2}), want) << ss << " " << ds << " " << w << "x" << h << " " << kw << "x" << kh;
-    EXPECT_EQ(filterVerdict(src, ss, dst, ds, {w, h}, ker, {kw, kh}, 4), want) << "the fuzz target's verdict";
+       {std::tuple{s, 16, d, 8, 2, 2, k, 3, 3, lumStsNoErr},
+        {nullptr, 16, d, 8, 0, 2, k, 3, 3, lumStsNullPtrErr},
+        {s, 16, nullptr, 8, 2, 2, nullptr, 3, 3, lumStsNullPtrErr},
+        {s, 16, d, 8, 0, 2, nullptr, 3, 3, lumStsNullPtrErr},
+        {s, 0, d, 8, 0, 2, k, 3, 3, lumStsSizeErr},
+        {s, 0, d, 8, 2, INT_MIN, k, 0, 3, lumStsSizeErr},
+        {s, 0, d, 8, 2, 2, k, 0, 0, lumStsSizeErr},
+        {s, 0, d, 8, 2, 2, k, 3, -1, lumStsSizeErr},
+        {s, 15, d, 8, 2, 2, k, 3, 3, lumStsStepErr},
+        {s, -16, d, 8, 2, 2, k, 3, 3, lumStsStepErr},
+        {s, 16, d, 7, 2, 2, k, 3, 3, lumStsStepErr},
+        {s, 16, d, -8, 2, 2, k, 3, 3, lumStsStepErr},
+        {s, INT_MAX, d, 8, 2, 2, k, INT_MAX, 1, lumStsStepErr},
+        {s, INT_MAX, d, INT_MAX, INT_MAX / 4 + 1, 1, k, 1, 1, lumStsStepErr}}) {
+    EXPECT_EQ(call(src, ss, dst, ds, {w, h}, ker, {kw, kh},
+                   want ? LumPoint{INT_MIN, INT_MAX} : LumPoint{2, 2}),
+              want)
+        << ss << " " << ds << " " << w << "x" << h << " " << kw << "x" << kh;
+    EXPECT_EQ(filterVerdict(src, ss, dst, ds, {w, h}, ker, {kw, kh}, 4), want)
+        << "the fuzz target's verdict";
   }
 }
 
-// The integer rule at its edges, sums made by a 1x1 kernel on pixels of 1, exact under every rounding
-// and precision, so the same pixel in every environment (the x87 at nearest, toward zero and down);
-// then by a two-cell kernel whose extended sum lies just above 254.5 while the single-precision one
-// is 254.5 exactly.
+// The integer rule at its edges, sums made by a 1x1 kernel on pixels of 1, exact under every
+// rounding and precision, so the same pixel in every environment (the x87 at nearest, toward zero
+// and down); then by a two-cell kernel whose extended sum lies just above 254.5 while the
+// single-precision one is 254.5 exactly.
 TEST_P(Filter, IntegerRuleAtItsEdges) {
   const float nan = std::nanf("");
   for (int env = 0; env < kNumEnvs; ++env)
-    for (auto [sum, want8u, want16s] :
-         {std::tuple{0.5f, 0, 0}, {1.5f, 2, 2}, {2.5f, 2, 2}, {3.5f, 4, 4}, {254.5f, 254, 254}, {254.7f, 255, 255}, {255.0f, 255, 255},
-          {1e30f, 255, 32767}, {-1e30f, 0, -32768}, {-0.2f, 0, 0}, {-0.5f, 0, 0}, {-1.5f, 0, -2}, {-2.5f, 0, -2}, {-3.5f, 0, -4},
-          {0.7f, 1, 1}, {-0.7f, 0, -1}, {127.49f, 127, 127}, {-127.51f, 0, -128}, {32766.5f, 255, 32766}, {32767.5f, 255, 32767},
-          {-32767.5f, 0, -32768}, {-32768.7f, 0, -32768}, {nan, 0, 0}, {INFINITY, 255, 32767}, {-INFINITY, 0, -32768}}) {
-      EXPECT_EQ(checkFilter<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, env, {sum}, 1})[4], want8u) << sum << " env " << env;
-      EXPECT_EQ(checkFilter<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, env, {sum}, 1})[4], want16s) << sum << " env " << env;
+    for (auto [sum, want8u, want16s] : {std::tuple{0.5f, 0, 0},
+                                        {1.5f, 2, 2},
+                                        {2.5f, 2, 2},
+                                        {3.5f, 4, 4},
+                                        {254.5f, 254, 254},
+                                        {254.7f, 255, 255},
+                                        {255.0f, 255, 255},
+                                        {1e30f, 255, 32767},
+                                        {-1e30f, 0, -32768},
+                                        {-0.2f, 0, 0},
+                                        {-0.5f, 0, 0},
+                                        {-1.5f, 0, -2},
+                                        {-2.5f, 0, -2},
+                                        {-3.5f, 0, -4},
+                                        {0.7f, 1, 1},
+                                        {-0.7f, 0, -1},
+                                        {127.49f, 127, 127},
+                                        {-127.51f, 0, -128},
+                                        {32766.5f, 255, 32766},
+                                        {32767.5f, 255, 32767},
+                                        {-32767.5f, 0, -32768},
+                                        {-32768.7f, 0, -32768},
+                                        {nan, 0, 0},
+                                        {INFINITY, 255, 32767},
+                                        {-INFINITY, 0, -32768}}) {
+      EXPECT_EQ(checkFilter<Lum8u>(build(), {5, 1, 1, 1, 0, 0, 2, 1, env, {sum}, 1})[4], want8u)
+          << sum << " env " << env;
+      EXPECT_EQ(checkFilter<Lum16s>(build(), {5, 1, 1, 1, 0, 0, 3, 1, env, {sum}, 1})[4], want16s)
+          << sum << " env " << env;
     }
   const float tiny = std::ldexp(1.0f, -40);
-  EXPECT_EQ(checkFilter<Lum8u>(build(), {6, 1, 2, 1, 1, 0, 0, 1, 0, {tiny, 254.5f}, 1})[5], build() < 2 ? 255 : 254);
-  EXPECT_EQ(checkFilter<Lum16s>(build(), {6, 1, 1, 2, 0, 1, 1, 1, 0, {-tiny, -2.5f}, 1})[5], build() < 2 ? -3 : -2);
-  for (float bad : {nan, INFINITY}) checkFilter<Lum32f>(build(), {9, 2, 3, 3, 1, 1, 0, 1, 0, {1, bad, 1, 0, 2, 0, 1, 0, 1}});
+  EXPECT_EQ(checkFilter<Lum8u>(build(), {6, 1, 2, 1, 1, 0, 0, 1, 0, {tiny, 254.5f}, 1})[5],
+            build() < 2 ? 255 : 254);
+  EXPECT_EQ(checkFilter<Lum16s>(build(), {6, 1, 1, 2, 0, 1, 1, 1, 0, {-tiny, -2.5f}, 1})[5],
+            build() < 2 ? -3 : -2);
+  for (float bad : {nan, INFINITY})
+    checkFilter<Lum32f>(build(), {9, 2, 3, 3, 1, 1, 0, 1, 0, {1, bad, 1, 0, 2, 0, 1, 0, 1}});
 }
 
 // Exact sums (a kernel of a single 1 on whole pixels), so
@@ -102,8 +155,8 @@ TEST_P(Filter, ExceptionFlagsSetBeforeTheCallStaySet) {
 }
 
 // Bands: the formula's pixels on 1 to 4 threads at two threads' worth of work (pixels times kernel
-// cells, image/thresholds.h) and one column fewer, each pixel type in turn, with a failing allocator on
-// one of the calls. (Where the bands fall for each team is FilterBands' business.)
+// cells, image/thresholds.h) and one column fewer, each pixel type in turn, with a failing
+// allocator on one of the calls. (Where the bands fall for each team is FilterBands' business.)
 TEST_P(Filter, ThreadsAndBands) {
   int turn = 0;
   for (auto [kw, kh] : {std::pair{5, 5}, {3, 3}, {2, 3}}) {
@@ -113,7 +166,15 @@ TEST_P(Filter, ThreadsAndBands) {
       for (int t = 1; t <= 4; ++t, ++turn) {
         CountingHooks failing(t == 3);
         const int layouts[] = {0, 4, 1};  // rows this wide do not fit layouts 2 and 3, a page a row
-        const Call c{w, 48, kw, kh, turn % 3 == 2 ? 0 : kw / 2, turn % 3 == 2 ? kh - 1 : kh / 2, layouts[turn / 3 % 3], t, turn % 3};
+        const Call c{w,
+                     48,
+                     kw,
+                     kh,
+                     turn % 3 == 2 ? 0 : kw / 2,
+                     turn % 3 == 2 ? kh - 1 : kh / 2,
+                     layouts[turn / 3 % 3],
+                     t,
+                     turn % 3};
         if (turn % 3 == 0) checkFilter<Lum8u>(build(), c);
         if (turn % 3 == 1) checkFilter<Lum16s>(build(), c);
         if (turn % 3 == 2) checkFilter<Lum32f>(build(), c);
@@ -122,18 +183,23 @@ TEST_P(Filter, ThreadsAndBands) {
 }
 
 // ---- The fast paths against the direct loop of the same build: each call twice, as it is and with
-// every allocation failing, which leaves each band to the direct loop. From SSE2 on the fast paths add
-// the same products in the same order as the direct loop, so every byte must match. In k1 the direct
-// loop sums n products in extended precision and the fast paths in single: a 32f output may then be off
-// by the single-precision accumulation bound (n + 1) * 2^-24 * sum |products|, and an integer one by 1
-// only where the exact sum lies within that distance of a half.
-struct Shape { int w, h, kw, kh, layout = 0, threads = 1, misalign = 0; std::vector<float> kernel{}; };
+// every allocation failing, which leaves each band to the direct loop. From SSE2 on the fast paths
+// add the same products in the same order as the direct loop, so every byte must match. In k1 the
+// direct loop sums n products in extended precision and the fast paths in single: a 32f output may
+// then be off by the single-precision accumulation bound (n + 1) * 2^-24 * sum |products|, and an
+// integer one by 1 only where the exact sum lies within that distance of a half.
+struct Shape {
+  int w, h, kw, kh, layout = 0, threads = 1, misalign = 0;
+  std::vector<float> kernel{};
+};
 
 template <class T>
 void againstDirect(int build, Shape sh, int env) {
   static std::mt19937 g(11);
-  const int P = sizeof(T), W = sh.w + sh.kw - 1, H = sh.h + sh.kh - 1, dstStep = sh.w * P + 4, n = sh.kw * sh.kh;
-  for (int i = int(sh.kernel.size()); i < n; ++i) sh.kernel.push_back(std::uniform_real_distribution<float>(-1, 1)(g));
+  const int P = sizeof(T), W = sh.w + sh.kw - 1, H = sh.h + sh.kh - 1, dstStep = sh.w * P + 4,
+            n = sh.kw * sh.kh;
+  for (int i = int(sh.kernel.size()); i < n; ++i)
+    sh.kernel.push_back(std::uniform_real_distribution<float>(-1, 1)(g));
   float magnitudes = 0;
   for (float k : sh.kernel) magnitudes += std::fabs(k);
   const bool tries = build > 0 && sh.kw >= 3 && sh.w >= 16 && (P != 2 || !(magnitudes > 32767));
@@ -141,9 +207,11 @@ void againstDirect(int build, Shape sh, int env) {
   std::vector<T> s(W * H);
   for (T& v : s) v = P == 4 ? T(std::uniform_real_distribution<float>(-100, 100)(g)) : T(g());
   for (int r = 0; r < H; ++r) std::memcpy(win.first + sh.misalign + r * win.step, &s[r * W], W * P);
-  const T* src = reinterpret_cast<const T*>(win.first + sh.misalign + (sh.kh - 1 - sh.kh / 2) * win.step) + (sh.kw - 1 - sh.kw / 2);
-  // Rows that do not start on a pixel boundary: the whole-band routine (32f) declines them once it has its
-  // scratch, k1 leaves 16s ones to its direct loop before asking for any.
+  const T* src =
+      reinterpret_cast<const T*>(win.first + sh.misalign + (sh.kh - 1 - sh.kh / 2) * win.step) +
+      (sh.kw - 1 - sh.kw / 2);
+  // Rows that do not start on a pixel boundary: the whole-band routine (32f) declines them once it
+  // has its scratch, k1 leaves 16s ones to its direct loop before asking for any.
   const bool declines = (P == 4 || (P == 2 && build == 1)) && (uintptr_t(src) % P || win.step % P);
   const bool allocates = tries && !(P == 2 && declines);
   std::vector<uint8_t> dst[2];
@@ -156,23 +224,29 @@ void againstDirect(int build, Shape sh, int env) {
   for (int failing = 0; failing < 2; ++failing) {
     CountingHooks hooks(failing);
     FpAroundCall fp(kEnvs[env]);
-    EXPECT_EQ(entry<T>(build)(src, int(win.step), reinterpret_cast<T*>(dst[failing].data() + 4), dstStep, {sh.w, sh.h},
-                              sh.kernel.data(), {sh.kw, sh.kh}, {sh.kw / 2, sh.kh / 2}), lumStsNoErr);
+    EXPECT_EQ(
+        entry<T>(build)(src, int(win.step), reinterpret_cast<T*>(dst[failing].data() + 4), dstStep,
+                        {sh.w, sh.h}, sh.kernel.data(), {sh.kw, sh.kh}, {sh.kw / 2, sh.kh / 2}),
+        lumStsNoErr);
     fp.called();
     fp.restore();
     EXPECT_EQ(fp.fault(), "");
-    mallocs[failing] = hooks.mallocs, frees[failing] = hooks.frees, asked = failing ? asked : hooks.asked;
+    mallocs[failing] = hooks.mallocs, frees[failing] = hooks.frees,
+    asked = failing ? asked : hooks.asked;
   }
   char where[128];
-  std::snprintf(where, sizeof where, "k%d %d-bit %dx%d kernel %dx%d layout %d threads %d misalign %d env %d", build, 8 * P,
-                sh.w, sh.h, sh.kw, sh.kh, sh.layout, sh.threads, sh.misalign, env);
-  // The scratch: the mirrored kernel, with two accumulator rows for the row-pair scheme (8u, 16s) and in k1
-  // the float row each source row is widened into; released.
+  std::snprintf(where, sizeof where,
+                "k%d %d-bit %dx%d kernel %dx%d layout %d threads %d misalign %d env %d", build,
+                8 * P, sh.w, sh.h, sh.kw, sh.kh, sh.layout, sh.threads, sh.misalign, env);
+  // The scratch: the mirrored kernel, with two accumulator rows for the row-pair scheme (8u, 16s)
+  // and in k1 the float row each source row is widened into; released.
   const bool rowPairs = P != 4, widened = rowPairs && build == 1;
   EXPECT_EQ(mallocs[0] > 0 && mallocs[1] > 0, allocates) << where;
   if (sh.threads == 1 && allocates) {
     EXPECT_TRUE(frees[0] == mallocs[0] &&
-                asked == 4 * (4u * n + rowPairs * (2u * sh.w + 7) + widened * (sh.w + sh.kw - 1u)) + 36) << where;
+                asked ==
+                    4 * (4u * n + rowPairs * (2u * sh.w + 7) + widened * (sh.w + sh.kw - 1u)) + 36)
+        << where;
   }
   if (build > 1 || declines || !tries) {
     EXPECT_TRUE(dst[0] == dst[1]) << where << ": not the direct loop's bytes";
@@ -187,19 +261,22 @@ void againstDirect(int build, Shape sh, int env) {
     long double exact = 0, bound = 0;
     for (int j = 0; j < sh.kh; ++j)
       for (int i = 0; i < sh.kw; ++i) {
-        const long double t = (long double)sh.kernel[j * sh.kw + i] * s[(y + sh.kh - 1 - j) * W + x + sh.kw - 1 - i];
+        const long double t =
+            (long double)sh.kernel[j * sh.kw + i] * s[(y + sh.kh - 1 - j) * W + x + sh.kw - 1 - i];
         exact += t, bound += std::fabs(t);
       }
     bound *= (n + 1) * 0x1p-24L;
     T fast, direct;
-    std::memcpy(&fast, &dst[0][o - (o - 4) % P], P), std::memcpy(&direct, &dst[1][o - (o - 4) % P], P);
+    std::memcpy(&fast, &dst[0][o - (o - 4) % P], P),
+        std::memcpy(&direct, &dst[1][o - (o - 4) % P], P);
     const bool nearHalf = std::fabs(exact - std::floor(exact) - 0.5L) <= bound;
-    const bool ok = P == 4 ? std::fabs((long double)fast - direct) <= bound + std::fabs(exact) * 0x1p-23L ||
-                                 (std::isnan(double(fast)) && std::isnan(double(direct)))
-                           : fast == direct || (nearHalf && std::abs(int(fast) - int(direct)) == 1);
+    const bool ok =
+        P == 4 ? std::fabs((long double)fast - direct) <= bound + std::fabs(exact) * 0x1p-23L ||
+                     (std::isnan(double(fast)) && std::isnan(double(direct)))
+               : fast == direct || (nearHalf && std::abs(int(fast) - int(direct)) == 1);
     if (!ok) {
-      ADD_FAILURE() << where << ": pixel (" << x << ", " << y << ") exact sum " << double(exact) << " fast " << double(fast)
-                    << " direct " << double(direct);
+      ADD_FAILURE() << where << ": pixel (" << x << ", " << y << ") exact sum " << double(exact)
+                    << " fast " << double(fast) << " direct " << double(direct);
       return;
     }
   }
@@ -207,15 +284,26 @@ void againstDirect(int build, Shape sh, int env) {
 
 TEST_P(Filter, FastPathsAgainstTheDirectLoop) {
   const float nan = std::nanf("");
-  std::vector<Shape> shapes = {{15, 4, 3, 3}, {16, 4, 3, 3}, {40, 3, 2, 3}, {40, 3, 3, 2}, {33, 6, 3, 1}, {34, 7, 5, 1},
-                               {20, 3, 3, 1, 0, 1, 0, {32767, 0, 0}}, {20, 3, 3, 1, 1, 1, 0, {32767.5, 0, 0}},
-                               {24, 5, 3, 3, 2, 1, 0, {1, 0, 1, 0, nan, 0, 1, 0, 1}}, {65, 65, 3, 3}, {64, 65, 4, 3, 4, 2},
-                               {100, 67, 5, 5, 1, 4}, {300, 9, 5, 5, 3}, {1024, 4, 3, 3, 4}};
+  std::vector<Shape> shapes = {{15, 4, 3, 3},
+                               {16, 4, 3, 3},
+                               {40, 3, 2, 3},
+                               {40, 3, 3, 2},
+                               {33, 6, 3, 1},
+                               {34, 7, 5, 1},
+                               {20, 3, 3, 1, 0, 1, 0, {32767, 0, 0}},
+                               {20, 3, 3, 1, 1, 1, 0, {32767.5, 0, 0}},
+                               {24, 5, 3, 3, 2, 1, 0, {1, 0, 1, 0, nan, 0, 1, 0, 1}},
+                               {65, 65, 3, 3},
+                               {64, 65, 4, 3, 4, 2},
+                               {100, 67, 5, 5, 1, 4},
+                               {300, 9, 5, 5, 3},
+                               {1024, 4, 3, 3, 4}};
   for (int kw = 1; kw <= 9; ++kw) shapes.push_back({40, 5, kw, 1 + kw % 3, kw % 5});
   for (int w = 16; w <= 40; ++w) shapes.push_back({w, 2 + w % 3, 3 + w % 3, 3, w % 5, 1, w % 4});
   // Every kernel of 1..9 by 1..3 at widths either side of two whole 32f blocks of 24 outputs.
   for (int kh = 1; kh <= 3; ++kh)
-    for (int kw = 1; kw <= 9; ++kw) shapes.push_back({44 + kw + kh, kh + kw % 2, kw, kh, (kw + kh) % 5, 1 + kh % 2, kw % 4});
+    for (int kw = 1; kw <= 9; ++kw)
+      shapes.push_back({44 + kw + kh, kh + kw % 2, kw, kh, (kw + kh) % 5, 1 + kh % 2, kw % 4});
   for (size_t i = 0; i < shapes.size() && !HasFailure(); ++i) {
     const int env = build() > 1 ? int(i % kNumEnvs) : 0;
     againstDirect<Lum8u>(build(), shapes[i], env), againstDirect<Lum16s>(build(), shapes[i], env);
@@ -230,37 +318,59 @@ LUM_INSTANTIATE_PER_BUILD(Filter);
 // t * (height / team) and the last one the rest; a team of one is one band on the calling thread.
 std::set<std::pair<int, int>> bandsOf(LumSize roi, LumSize kernel, int threads) {
   const long long cells = 1LL * roi.width * roi.height * kernel.width * kernel.height;
-  const int team = int(std::max(1LL, std::min({1LL * threads, 1LL * roi.height, cells / lum::kFilterCellsPerThread})));
+  const int team = int(std::max(
+      1LL, std::min({1LL * threads, 1LL * roi.height, cells / lum::kFilterCellsPerThread})));
   std::set<std::pair<int, int>> bands;
-  for (int t = 0, chunk = roi.height / team; t < team; ++t) bands.insert({t * chunk, t == team - 1 ? roi.height - t * chunk : chunk});
+  for (int t = 0, chunk = roi.height / team; t < team; ++t)
+    bands.insert({t * chunk, t == team - 1 ? roi.height - t * chunk : chunk});
   return bands;
 }
 
-// Each side of two, three and four threads' worth of work: a column fewer, a row fewer, a kernel cell
-// fewer; fewer rows than threads; one thread.
+// Each side of two, three and four threads' worth of work: a column fewer, a row fewer, a kernel
+// cell fewer; fewer rows than threads; one thread.
 TEST(FilterBands, OneBandPerThreadTheLastTakesTheRest) {
-  void (*const bands[])(LumSize, LumSize, void (*)(int, int, void*), void*) = {lum::k0::ownFilterBands, lum::k1::ownFilterBands, lum::k2::ownFilterBands,
-                                                                               lum::k3::ownFilterBands, lum::k4::ownFilterBands, lum::k5::ownFilterBands};
+  void (*const bands[])(LumSize, LumSize, void (*)(int, int, void*), void*) = {
+      lum::k0::ownFilterBands, lum::k1::ownFilterBands, lum::k2::ownFilterBands,
+      lum::k3::ownFilterBands, lum::k4::ownFilterBands, lum::k5::ownFilterBands};
   const long long T = lum::kFilterCellsPerThread;
   const int wide = int((4 * T + 63) / 64), cell = int(T);
-  ASSERT_EQ(bandsOf({wide, 64}, {1, 1}, 4), (std::set<std::pair<int, int>>{{0, 16}, {16, 16}, {32, 16}, {48, 16}}));
+  ASSERT_EQ(bandsOf({wide, 64}, {1, 1}, 4),
+            (std::set<std::pair<int, int>>{{0, 16}, {16, 16}, {32, 16}, {48, 16}}));
   for (int b = 0; b < 6; ++b)
-    for (auto [w, h, kw, kh, threads] :
-         {std::tuple{wide, 64, 1, 1, 4}, {wide - 1, 64, 1, 1, 4}, {wide, 66, 1, 1, 4}, {wide, 63, 1, 1, 4}, {wide, 64, 1, 1, 1},
-          {1, 2, cell, 1, 2}, {1, 2, cell - 1, 1, 2}, {1, 3, cell, 1, 4}, {1, 3, 1, cell - 1, 3}, {1, 4, cell, 1, 3},
-          {int((3 * T + 9 * 40 - 1) / (9 * 40)), 40, 3, 3, 4}, {int((3 * T + 9 * 40 - 1) / (9 * 40)) - 1, 40, 3, 3, 4},
-          {100000, 3, 3, 3, 4}, {100000, 1, 5, 5, 4}}) {
+    for (auto [w, h, kw, kh, threads] : {std::tuple{wide, 64, 1, 1, 4},
+                                         {wide - 1, 64, 1, 1, 4},
+                                         {wide, 66, 1, 1, 4},
+                                         {wide, 63, 1, 1, 4},
+                                         {wide, 64, 1, 1, 1},
+                                         {1, 2, cell, 1, 2},
+                                         {1, 2, cell - 1, 1, 2},
+                                         {1, 3, cell, 1, 4},
+                                         {1, 3, 1, cell - 1, 3},
+                                         {1, 4, cell, 1, 3},
+                                         {int((3 * T + 9 * 40 - 1) / (9 * 40)), 40, 3, 3, 4},
+                                         {int((3 * T + 9 * 40 - 1) / (9 * 40)) - 1, 40, 3, 3, 4},
+                                         {100000, 3, 3, 3, 4},
+                                         {100000, 1, 5, 5, 4}}) {
       if (!processorRunsBuild(b)) continue;
       ThreadCountScope scope(threads);
-      struct Seen { std::mutex m; std::set<std::pair<int, int>> bands; std::set<int> threads; } seen;
-      bands[b]({w, h}, {kw, kh}, [](int from, int count, void* c) {
-        Seen& s = *static_cast<Seen*>(c);
-        std::lock_guard<std::mutex> lock(s.m);
-        s.bands.insert({from, count}), s.threads.insert(omp_get_thread_num());
-      }, &seen);
+      struct Seen {
+        std::mutex m;
+        std::set<std::pair<int, int>> bands;
+        std::set<int> threads;
+      } seen;
+      bands[b](
+          {w, h}, {kw, kh},
+          [](int from, int count, void* c) {
+            Seen& s = *static_cast<Seen*>(c);
+            std::lock_guard<std::mutex> lock(s.m);
+            s.bands.insert({from, count}), s.threads.insert(omp_get_thread_num());
+          },
+          &seen);
       const auto want = bandsOf({w, h}, {kw, kh}, threads);
-      EXPECT_EQ(seen.bands, want) << "k" << b << " " << w << "x" << h << ", kernel " << kw << "x" << kh << " on " << threads;
-      EXPECT_EQ(seen.threads.size(), want.size()) << "k" << b << " " << w << "x" << h << ": one band a thread";
+      EXPECT_EQ(seen.bands, want) << "k" << b << " " << w << "x" << h << ", kernel " << kw << "x"
+                                  << kh << " on " << threads;
+      EXPECT_EQ(seen.threads.size(), want.size())
+          << "k" << b << " " << w << "x" << h << ": one band a thread";
     }
 }
 

@@ -38,7 +38,8 @@ TEST(ThreadCount, SetGetAndCountsBelowOneRefused) {
 // to share: 1024-pixel rows, four threads' worth; the last quarter of the
 // rows overflows, so that only the last thread raises the overflow flag.
 struct Product {
-  static constexpr int kW = 1024, kH = int((4 * lum::kMul32fPixelsPerThread + kW - 1) / kW), kN = kW * kH;
+  static constexpr int kW = 1024, kH = int((4 * lum::kMul32fPixelsPerThread + kW - 1) / kW),
+                       kN = kW * kH;
   std::vector<float> a, b, d;
   Product() : a(kN), b(kN), d(kN, 0.0f) {
     for (int i = 0; i < kN; ++i) {
@@ -46,7 +47,9 @@ struct Product {
       b[i] = i >= kN / 4 * 3 ? 2.0f : 0.1f + static_cast<float>(i % 7);
     }
   }
-  LumStatus run() { return lumiMul_32f_C1R(a.data(), 4 * kW, b.data(), 4 * kW, d.data(), 4 * kW, LumSize{kW, kH}); }
+  LumStatus run() {
+    return lumiMul_32f_C1R(a.data(), 4 * kW, b.data(), 4 * kW, d.data(), 4 * kW, LumSize{kW, kH});
+  }
   bool operator==(const Product& o) const { return std::memcmp(d.data(), o.d.data(), 4 * kN) == 0; }
 };
 
@@ -76,19 +79,19 @@ int tasks() {
 const int kTasksBeforeAnyRegion = tasks();
 
 // Runs a region of two threads in this process, then waits (up to 5 seconds) until the threads a
-// larger team had have gone: the OpenMP runtime lets the ones a smaller team leaves idle end on their
-// own, and a fork() while one is ending may hand the child a lock it holds (the sanitizers' allocator
-// takes some). The child of the fork that follows inherits a team that had started. The generic
-// build's float filter shares its bands on every processor, so the team starts whichever build is
-// under test (multiplication runs on the calling thread in the generic build).
+// larger team had have gone: the OpenMP runtime lets the ones a smaller team leaves idle end on
+// their own, and a fork() while one is ending may hand the child a lock it holds (the sanitizers'
+// allocator takes some). The child of the fork that follows inherits a team that had started. The
+// generic build's float filter shares its bands on every processor, so the team starts whichever
+// build is under test (multiplication runs on the calling thread in the generic build).
 void teamOfTwoThenSettle() {
   {
     lumtest::ThreadCountScope threads(2);
     static const float kOnes[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
     constexpr int kW = 256, kH = int(2 * lum::kFilterCellsPerThread / 9 / kW) + 1;
     std::vector<float> src((kW + 2) * (kH + 2), 1.0f), dst(kW * kH);
-    (void)lumiFilter_32f_C1R_arraddr[0](src.data() + kW + 3, 4 * (kW + 2), dst.data(), 4 * kW, {kW, kH},
-                                        kOnes, {3, 3}, {1, 1});
+    (void)lumiFilter_32f_C1R_arraddr[0](src.data() + kW + 3, 4 * (kW + 2), dst.data(), 4 * kW,
+                                        {kW, kH}, kOnes, {3, 3}, {1, 1});
   }
   for (int waited = 0; waited < 5000; ++waited) {
     if (tasks() <= kTasksBeforeAnyRegion + 1) return;
@@ -171,28 +174,32 @@ struct Shared {
   int pixel;
   long long perThread;
   int minRow, side;
-  std::function<LumStatus(int build, const uint8_t* s1, const uint8_t* s2, uint8_t* d, int w, int h)> call;
+  std::function<LumStatus(int build, const uint8_t* s1, const uint8_t* s2, uint8_t* d, int w,
+                          int h)>
+      call;
 };
 
 template <class T>
-T* as(const uint8_t* p) { return reinterpret_cast<T*>(const_cast<uint8_t*>(p)); }
+T* as(const uint8_t* p) {
+  return reinterpret_cast<T*>(const_cast<uint8_t*>(p));
+}
 
 const float kKernel[9] = {0.0625f, -0.125f, 0.25f, 0.5f, 1.0f, -0.5f, 0.125f, 0.25f, -0.0625f};
 
 std::vector<Shared> sharedFunctions() {
-#define LUM_ELEMENTWISE(fn, T, perThread, minRow, ...)                                                     \
-  Shared {                                                                                                \
-    #fn, int(sizeof(T)), perThread, minRow, 1, [](int k, const uint8_t* a, const uint8_t* b, uint8_t* d, int w, int h) { \
+#define LUM_ELEMENTWISE(fn, T, perThread, minRow, ...)                                                                 \
+  Shared {                                                                                                             \
+#fn, int(sizeof(T)), perThread, minRow, 1, [](int k, const uint8_t* a, const uint8_t* b, uint8_t* d, int w, int h) { \
       const int s = w * int(sizeof(T));                                                                   \
       return fn##_arraddr[k](as<T>(a), s, as<T>(b), s, as<T>(d), s, {w, h}, ##__VA_ARGS__);               \
-    }                                                                                                     \
+    } \
   }
-#define LUM_FILTER(fn, T)                                                                                 \
-  Shared {                                                                                                \
-    #fn, int(sizeof(T)), lum::kFilterCellsPerThread, 1, 3, [](int k, const uint8_t* a, const uint8_t*, uint8_t* d, int w, int h) { \
+#define LUM_FILTER(fn, T)                                                                                                        \
+  Shared {                                                                                                                       \
+#fn, int(sizeof(T)), lum::kFilterCellsPerThread, 1, 3, [](int k, const uint8_t* a, const uint8_t*, uint8_t* d, int w, int h) { \
       const int s = (w + 2) * int(sizeof(T));                                                             \
       return fn##_arraddr[k](as<T>(a + s + sizeof(T)), s, as<T>(d), w * int(sizeof(T)), {w, h}, kKernel, {3, 3}, {1, 1}); \
-    }                                                                                                     \
+    } \
   }
   return {LUM_ELEMENTWISE(lumiMul_8u_C1RSfs, Lum8u, lum::kMul8uPixelsPerThread, 1, 1),
           LUM_ELEMENTWISE(lumiMul_16s_C1RSfs, Lum16s, lum::kMul16sPixelsPerThread, 1, 3),
@@ -216,8 +223,10 @@ struct Operands {
       s.resize(size_t(w + f.side - 1) * (h + f.side - 1) * f.pixel);
       for (size_t i = 0; i < s.size(); ++i) s[i] = uint8_t(rng() % 97 == 0 ? 0 : rng());
       for (size_t i = 0; f.pixel == 4 && i < s.size(); i += 4)
-        if (rng() % 1000 == 0) std::memset(&s[i], 0, 4);
-        else s[i + 3] &= 0xBF;  // exponents below 128: finite
+        if (rng() % 1000 == 0)
+          std::memset(&s[i], 0, 4);
+        else
+          s[i + 3] &= 0xBF;  // exponents below 128: finite
     }
   }
   struct Result {
@@ -240,7 +249,8 @@ TEST_P(Region, EachThresholdAndOneColumnBelowAlikeOnAnyThreadCount) {
       // 8 otherwise), wide enough for n threads' worth of work, then one column narrower.
       const int h = f.minRow > 1 ? 4 : f.side > 1 ? 16 : 8;
       const long long cellsPerPixel = f.side * f.side, rowWork = h * cellsPerPixel;
-      const int at = int(std::max<long long>(f.minRow + 1, (n * f.perThread + rowWork - 1) / rowWork));
+      const int at =
+          int(std::max<long long>(f.minRow + 1, (n * f.perThread + rowWork - 1) / rowWork));
       ASSERT_GE(at * rowWork, n * f.perThread);
       ASSERT_LT((at - 1) * rowWork, n * f.perThread);
       for (int w : {at, at - 1}) {
@@ -252,7 +262,8 @@ TEST_P(Region, EachThresholdAndOneColumnBelowAlikeOnAnyThreadCount) {
         }
         for (int t : {2, 4}) {
           lumtest::ThreadCountScope threads(t);
-          EXPECT_TRUE(ops.run(f, build(), w, h) == one) << f.name << " " << w << "x" << h << " on " << t << " threads";
+          EXPECT_TRUE(ops.run(f, build(), w, h) == one)
+              << f.name << " " << w << "x" << h << " on " << t << " threads";
         }
         teamOfTwoThenSettle();
         EXPECT_EQ(inChild([&] { return ops.run(f, build(), w, h) == one; }), 0)

@@ -80,11 +80,17 @@ struct Bytes {
   using R = Vec;
   static constexpr int kBytes = kVecBytes, kPixelBytes = 1;
   static constexpr bool kEightByteStage = true;
-  LUM_MMX_INLINE static R load(const uint8_t* p, bool aligned) { return aligned ? vLoadAligned(p) : vLoad(p); }
-  LUM_MMX_INLINE static void store(uint8_t* p, R v, bool aligned) { aligned ? vStoreAligned(p, v) : vStore(p, v); }
+  LUM_MMX_INLINE static R load(const uint8_t* p, bool aligned) {
+    return aligned ? vLoadAligned(p) : vLoad(p);
+  }
+  LUM_MMX_INLINE static void store(uint8_t* p, R v, bool aligned) {
+    aligned ? vStoreAligned(p, v) : vStore(p, v);
+  }
   LUM_ALWAYS_INLINE static void stream(uint8_t* p, R v) { vStream(p, v); }
   LUM_MMX_INLINE static R diff(R a, R b) { return vAdd8(vSubsU8(a, b), vSubsU8(b, a)); }
-  LUM_MMX_INLINE static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) { *d = absDiff8u(*a, *b); }
+  LUM_MMX_INLINE static void pixel(const uint8_t* a, const uint8_t* b, uint8_t* d) {
+    *d = absDiff8u(*a, *b);
+  }
   LUM_MMX_INLINE static void end() { vEnd(); }
   // The 8-byte stage: one MMX register in k1, the low half of one from k2 on.
   LUM_MMX_INLINE static void eightBytes(const uint8_t* a, const uint8_t* b, uint8_t* d) {
@@ -110,7 +116,9 @@ struct Floats {
     float* f = reinterpret_cast<float*>(p);
     aligned ? _mm_store_ps(f, v) : _mm_storeu_ps(f, v);
   }
-  LUM_ALWAYS_INLINE static void stream(uint8_t* p, R v) { _mm_stream_ps(reinterpret_cast<float*>(p), v); }
+  LUM_ALWAYS_INLINE static void stream(uint8_t* p, R v) {
+    _mm_stream_ps(reinterpret_cast<float*>(p), v);
+  }
   LUM_MMX_INLINE static R diff(R a, R b) {
     return _mm_and_ps(_mm_sub_ps(a, b), _mm_set1_ps(__builtin_bit_cast(float, 0x7FFFFFFFu)));
   }
@@ -158,7 +166,8 @@ LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int
         _mm_prefetch(reinterpret_cast<const char*>(rb + i + 64), _MM_HINT_T0);
       }
 #pragma GCC unroll 8
-      for (int r = 0; r < 64; r += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i + r);
+      for (int r = 0; r < 64; r += L::kBytes)
+        absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i + r);
     }
     for (; i <= -L::kBytes; i += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i);
     if (L::kEightByteStage)
@@ -193,7 +202,7 @@ void absDiffRegion(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uin
 // ---- The named kernels, in the builds that use them ----------------------------------
 // Arguments checked by the caller; the byte pointers are the images' own.
 
-#define LUM_ABSDIFF_KERNEL(name)                                                              \
+#define LUM_ABSDIFF_KERNEL(name)                                                                  \
   LumStatus name(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d, int dStep, \
                  int rowBytes, int height)
 
@@ -286,8 +295,8 @@ extern "C" LumStatus LUM_ENTRY(lumiAbsDiff_8u_C1R)(const Lum8u* pSrc1, int src1S
 }
 
 extern "C" LumStatus LUM_ENTRY(lumiAbsDiff_32f_C1R)(const Lum32f* pSrc1, int src1Step,
-                                                    const Lum32f* pSrc2, int src2Step,
-                                                    Lum32f* pDst, int dstStep, LumSize roiSize) {
+                                                    const Lum32f* pSrc2, int src2Step, Lum32f* pDst,
+                                                    int dstStep, LumSize roiSize) {
   using namespace lum::LUM_TAG;
   const LumStatus st = absDiffChecks(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, 4);
   if (st != lumStsNoErr) return st;

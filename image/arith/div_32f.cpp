@@ -35,8 +35,9 @@ inline bool divRow32fGeneric(const Lum32f* a, const Lum32f* b, Lum32f* d, int le
     const Lum32f x = loadPixel(a + i), y = loadPixel(b + i);
     if (x == 0) {
       zero = true;
-      storePixel(d + i, floatOf(div32fByZero(__builtin_isgreater(y, 0.0f), __builtin_isless(y, 0.0f), bitsOf(lumConstantOfINF_32f),
-                                             bitsOf(lumConstantOfNAN_32f))));
+      storePixel(d + i,
+                 floatOf(div32fByZero(__builtin_isgreater(y, 0.0f), __builtin_isless(y, 0.0f),
+                                      bitsOf(lumConstantOfINF_32f), bitsOf(lumConstantOfNAN_32f))));
     } else {
       storePixel(d + i, static_cast<Lum32f>(static_cast<long double>(y) / x));
     }
@@ -85,7 +86,8 @@ struct Div32fGroup {
   __m128 laneByLane(__m128 a, __m128 b) const {
     const __m128 zero = _mm_setzero_ps(), isZero = _mm_cmpeq_ps(a, zero);
     const __m128 special = _mm_or_ps(isZero, _mm_cmpunord_ps(a, a));
-    alignas(16) uint32_t quotient[4], zeroDivisor[4], nanDivisor[4], positive[4], negative[4], table[2];
+    alignas(16) uint32_t quotient[4], zeroDivisor[4], nanDivisor[4], positive[4], negative[4],
+        table[2];
     const auto put = [](uint32_t* to, __m128 v) { _mm_store_ps(reinterpret_cast<Lum32f*>(to), v); };
     put(quotient, _mm_div_ps(b, _mm_or_ps(_mm_andnot_ps(special, a), _mm_and_ps(special, one))));
     put(zeroDivisor, isZero);
@@ -164,7 +166,8 @@ inline __m128 loadSource(const Lum32f* p) {
 
 // One round of eight elements from i, both registers one group.
 template <bool kAlignedSources>
-inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i, bool& zero) {
+inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i,
+                     bool& zero) {
   const __m128 a0 = loadSource<kAlignedSources>(a + i), a1 = loadSource<kAlignedSources>(a + i + 4);
   const __m128 b0 = loadSource<kAlignedSources>(b + i), b1 = loadSource<kAlignedSources>(b + i + 4);
   if ((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) == 0) {
@@ -180,8 +183,8 @@ inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum
 // Two rounds of eight from i, each its own group, away from the loop that
 // meets them only where a divisor is zero.
 template <bool kAlignedSources>
-__attribute__((noinline, cold)) void divTwoRounds(const Div32fGroup& g, const Lum32f* a, const Lum32f* b,
-                                                  Lum32f* d, int i, bool& zero) {
+__attribute__((noinline, cold)) void divTwoRounds(const Div32fGroup& g, const Lum32f* a,
+                                                  const Lum32f* b, Lum32f* d, int i, bool& zero) {
   divRound<kAlignedSources>(g, a, b, d, i, zero);
   divRound<kAlignedSources>(g, a, b, d, i + 8, zero);
 }
@@ -196,8 +199,10 @@ inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b
                           int len, bool& zero) {
   for (const int last = len - 16; i <= last; i += 16) {
     const __m128 zeros = _mm_setzero_ps();
-    const __m128 a0 = loadSource<kAlignedSources>(a + i), a1 = loadSource<kAlignedSources>(a + i + 4);
-    const __m128 a2 = loadSource<kAlignedSources>(a + i + 8), a3 = loadSource<kAlignedSources>(a + i + 12);
+    const __m128 a0 = loadSource<kAlignedSources>(a + i),
+                 a1 = loadSource<kAlignedSources>(a + i + 4);
+    const __m128 a2 = loadSource<kAlignedSources>(a + i + 8),
+                 a3 = loadSource<kAlignedSources>(a + i + 12);
     const __m128 anyZero = _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(a0, zeros), _mm_cmpeq_ps(a1, zeros)),
                                      _mm_or_ps(_mm_cmpeq_ps(a2, zeros), _mm_cmpeq_ps(a3, zeros)));
     if (__builtin_expect(_mm_movemask_ps(anyZero) != 0, 0)) {
@@ -211,7 +216,8 @@ inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b
   }
   if (i + 8 <= len) divRound<kAlignedSources>(g, a, b, d, i, zero), i += 8;
   if (i + 4 <= len) {
-    _mm_store_ps(d + i, divGroup(g, loadSource<kAlignedSources>(a + i), loadSource<kAlignedSources>(b + i), zero));
+    _mm_store_ps(d + i, divGroup(g, loadSource<kAlignedSources>(a + i),
+                                 loadSource<kAlignedSources>(b + i), zero));
     i += 4;
   }
   return i;
@@ -235,8 +241,8 @@ inline int groupStart(const Lum32f* a, const Lum32f* b, const Lum32f* d, int i) 
 // rounds of eight from an aligned destination, or of whole groups of four
 // where an operand does not start at a whole float), so that no pixel
 // changes its group.
-inline bool rowsJoinInGroups(const Lum32f* a, int aStep, const Lum32f* b, int bStep, const Lum32f* d,
-                             int dStep, LumSize roi) {
+inline bool rowsJoinInGroups(const Lum32f* a, int aStep, const Lum32f* b, int bStep,
+                             const Lum32f* d, int dStep, LumSize roi) {
   if (!rowsJoin(4 * roi.width, roi.height, aStep, bStep, dStep)) return false;
   if (!isAligned(a, 4) || !isAligned(b, 4) || !isAligned(d, 4)) return roi.width % 4 == 0;
   return isAligned(d, 16) && roi.width % 8 == 0;
@@ -254,7 +260,8 @@ int ownlumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int l
   int i = 0;
   if (!isAligned(a, 4) || !isAligned(b, 4) || !isAligned(d, 4)) {
     // Pixels at addresses that are not whole floats: unaligned groups of four.
-    for (; i + 4 <= len; i += 4) _mm_storeu_ps(d + i, divGroup(g, _mm_loadu_ps(a + i), _mm_loadu_ps(b + i), zero));
+    for (; i + 4 <= len; i += 4)
+      _mm_storeu_ps(d + i, divGroup(g, _mm_loadu_ps(a + i), _mm_loadu_ps(b + i), zero));
     divPairAndOne(g, a, b, d, i, len, zero);
     return zero;
   }
@@ -262,8 +269,9 @@ int ownlumsDiv_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int l
   if (!isAligned(d, 8)) divOne(g, a, b, d, zero), i = 1;
   if (i + 2 <= len && !isAligned(d + i, 16)) divPair(g, a + i, b + i, d + i, zero), i += 2;
   if (i < len) {
-    i = isAligned(a + i, 16) && isAligned(b + i, 16) ? divAlignedBody<true>(g, a, b, d, i, len, zero)
-                                                     : divAlignedBody<false>(g, a, b, d, i, len, zero);
+    i = isAligned(a + i, 16) && isAligned(b + i, 16)
+            ? divAlignedBody<true>(g, a, b, d, i, len, zero)
+            : divAlignedBody<false>(g, a, b, d, i, len, zero);
     divPairAndOne(g, a, b, d, i, len, zero);
   }
   return zero;
@@ -279,16 +287,17 @@ namespace {
 // computed).
 constexpr int kDiv32fRowInTwo = 4096;
 
-inline int div32fRows(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2, int src2Step, Lum32f* pDst,
-                      int dstStep, LumSize roiSize, int team) {
-  return divKernelRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team, ownlumsDiv_32f,
-                       groupStart);
+inline int div32fRows(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2, int src2Step,
+                      Lum32f* pDst, int dstStep, LumSize roiSize, int team) {
+  return divKernelRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team,
+                       ownlumsDiv_32f, groupStart);
 }
 }  // namespace
 
 // One long row in its two pieces, on the threads its pixels pay for.
 int ownlumsDiv_32f_omp(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32f* pDst, int len) {
-  return div32fRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv32fPixelsPerThread));
+  return div32fRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1},
+                    teamFor(2, len, kDiv32fPixelsPerThread));
 }
 #endif
 
@@ -312,7 +321,8 @@ LumStatus ownlumiDiv_32f(const Lum32f* pSrc1, int src1Step, const Lum32f* pSrc2,
 #if LUM_BUILD >= 4
   if (roiSize.width >= kDiv32fRowInTwo) {
     const int team = divTeam<Lum32f>(dstStep, roiSize, kDiv32fPixelsPerThread);
-    return divStatus(div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) != 0);
+    return divStatus(div32fRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team) !=
+                     0);
   }
 #endif
 #if LUM_BUILD >= 1

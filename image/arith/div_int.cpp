@@ -110,7 +110,7 @@ constexpr uint32_t kMxcsrDown = kMxcsrMasks | 0x2000;
 // it is converted; below -7 it is not converted at all (Div16sShiftedBlock).
 constexpr float kZeroDivisor = 0x1p-16f;
 constexpr int kDiv16sSingleFrom = -7;  // 16s scale factors from here on round to nearest
-constexpr int kDiv16sTiesFrom = -14;   // below it a 16s quotient is never a tie (Div16sShiftedBlock)
+constexpr int kDiv16sTiesFrom = -14;  // below it a 16s quotient is never a tie (Div16sShiftedBlock)
 
 inline uint32_t div16sRounding(int scaleFactor) {
   return scaleFactor < kDiv16sSingleFrom ? kMxcsrDown : kMxcsrNearest;
@@ -153,7 +153,8 @@ struct ZeroWords {
 // magnitude) stay: the unsigned maximum of the bits, which before SSE4.1 is
 // taken on the upper halves (the replacement's lower half is 0).
 inline __m128 replaceZeroDivisor(__m128 d) {
-  const __m128i replacement = _mm_castps_si128(_mm_set1_ps(kZeroDivisor)), bits = _mm_castps_si128(d);
+  const __m128i replacement = _mm_castps_si128(_mm_set1_ps(kZeroDivisor)),
+                bits = _mm_castps_si128(d);
 #if LUM_BUILD >= 5
   return _mm_castsi128_ps(_mm_max_epu32(bits, replacement));
 #else
@@ -173,8 +174,12 @@ struct WordFloats {
   WordFloats(int s, int bias)
       : exponent(_mm_set1_epi16(static_cast<short>((150 + s) << 7))),
         offset(_mm_set1_ps((8388608.0f + static_cast<float>(bias)) * pow2f(s))) {}
-  __m128 lo(__m128i u) const { return _mm_sub_ps(_mm_castsi128_ps(_mm_unpacklo_epi16(u, exponent)), offset); }
-  __m128 hi(__m128i u) const { return _mm_sub_ps(_mm_castsi128_ps(_mm_unpackhi_epi16(u, exponent)), offset); }
+  __m128 lo(__m128i u) const {
+    return _mm_sub_ps(_mm_castsi128_ps(_mm_unpacklo_epi16(u, exponent)), offset);
+  }
+  __m128 hi(__m128i u) const {
+    return _mm_sub_ps(_mm_castsi128_ps(_mm_unpackhi_epi16(u, exponent)), offset);
+  }
 };
 #else
 inline __m128i load4B(const void* p) { return _mm_loadu_si32(p); }
@@ -221,8 +226,10 @@ struct Div8uBlock {
     const __m128i z = _mm_setzero_si128();
     const __m128i aw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)), z);
     const __m128i bw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)), z);
-    const __m128 x0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(bw, z)), x1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(bw, z));
-    __m128 d0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(aw, z)), d1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(aw, z));
+    const __m128 x0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(bw, z)),
+                 x1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(bw, z));
+    __m128 d0 = _mm_cvtepi32_ps(_mm_unpacklo_epi16(aw, z)),
+           d1 = _mm_cvtepi32_ps(_mm_unpackhi_epi16(aw, z));
     if (kScaled) d0 = _mm_mul_ps(d0, scale), d1 = _mm_mul_ps(d1, scale);
     const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(x0, _mm_max_ps(d0, replacement)));
     const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(x1, _mm_max_ps(d1, replacement)));
@@ -273,13 +280,18 @@ struct Div16sBlock {
   WordFloats divisors;
   __m128i bias = _mm_set1_epi16(-32768);
   explicit Div16sBlock(int scaleFactor) : divisors(scaleFactor, 32768) {}
-  static __m128 lo32f(__m128i v) { return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16)); }
-  static __m128 hi32f(__m128i v) { return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16)); }
+  static __m128 lo32f(__m128i v) {
+    return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+  }
+  static __m128 hi32f(__m128i v) {
+    return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));
+  }
   Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a), bv = load16B(b);
     zeros.note(av);
     const __m128i ab = _mm_xor_si128(av, bias);
-    const __m128 d0 = kScaled ? divisors.lo(ab) : lo32f(av), d1 = kScaled ? divisors.hi(ab) : hi32f(av);
+    const __m128 d0 = kScaled ? divisors.lo(ab) : lo32f(av),
+                 d1 = kScaled ? divisors.hi(ab) : hi32f(av);
     const __m128i lo = _mm_cvtps_epi32(_mm_div_ps(lo32f(bv), replaceZeroDivisor(d0)));
     const __m128i hi = _mm_cvtps_epi32(_mm_div_ps(hi32f(bv), replaceZeroDivisor(d1)));
     store16B(d, _mm_packs_epi32(lo, hi));
@@ -318,9 +330,11 @@ struct Div16sShiftedBlock {
   using T = Lum16s;
   using Zeros = ZeroWords;
   __m128 magic;
-  __m128i halfMagic, lowBits, shifted, one = _mm_set1_epi16(1);  // shifted: 2^k, B modulo 2^16 is b times it
+  __m128i halfMagic, lowBits, shifted,
+      one = _mm_set1_epi16(1);  // shifted: 2^k, B modulo 2^16 is b times it
 #if LUM_BUILD <= 4
-  WordFloats dividends{0, 32768};  // a zero dividend comes out as -0 when rounding down, which does no harm
+  WordFloats dividends{
+      0, 32768};  // a zero dividend comes out as -0 when rounding down, which does no harm
   __m128i bias = _mm_set1_epi16(-32768);
 #endif
   explicit Div16sShiftedBlock(int scaleFactor)
@@ -350,16 +364,19 @@ struct Div16sShiftedBlock {
 #if LUM_BUILD >= 5
     const __m128 x0 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
     const __m128 x1 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b + 4)));
-    const __m128i r = _mm_packs_epi32(floorHalfUp(x0, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)))),
-                                      floorHalfUp(x1, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a + 4)))));
+    const __m128i r =
+        _mm_packs_epi32(floorHalfUp(x0, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)))),
+                        floorHalfUp(x1, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a + 4)))));
 #else
     // The divisors by conversion: the subtraction of WordFloats would make a zero one -0 here.
     const __m128 a0 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(av, av), 16));
     const __m128 a1 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(av, av), 16));
     const __m128i bb = _mm_xor_si128(load16B(b), bias);
-    const __m128i r = _mm_packs_epi32(floorHalfUp(dividends.lo(bb), a0), floorHalfUp(dividends.hi(bb), a1));
+    const __m128i r =
+        _mm_packs_epi32(floorHalfUp(dividends.lo(bb), a0), floorHalfUp(dividends.hi(bb), a1));
 #endif
-    if (kTies && _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(av, lowBits), _mm_setzero_si128())) != 0) {
+    if (kTies &&
+        _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(av, lowBits), _mm_setzero_si128())) != 0) {
       zeros.note(av);
       return store16B(d, evenAtTies(r, av, load16B(b))), zeros;
     }
@@ -373,8 +390,9 @@ struct Div16sShiftedBlock {
 // The zero-divisor table of 16s by lane: highest, lowest or 0 by the dividend's sign.
 inline __m128i div16sByZeroLanes(__m128i b) {
   const __m128i z = _mm_setzero_si128();
-  return _mm_or_si128(_mm_and_si128(_mm_cmpgt_epi16(b, z), _mm_set1_epi16(kDiv16sHighest)),
-                      _mm_and_si128(_mm_cmpgt_epi16(z, b), _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+  return _mm_or_si128(
+      _mm_and_si128(_mm_cmpgt_epi16(b, z), _mm_set1_epi16(kDiv16sHighest)),
+      _mm_and_si128(_mm_cmpgt_epi16(z, b), _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
 }
 
 // Every quotient of a nonzero divisor rounds to 0: zero divisors take the table.
@@ -385,7 +403,8 @@ struct Div8uZeroBlock {
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a), z = _mm_setzero_si128();
     zeros.note(av);
-    const __m128i byZero = _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), z), _mm_set1_epi8(static_cast<char>(kDiv8uHighest)));
+    const __m128i byZero = _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), z),
+                                            _mm_set1_epi8(static_cast<char>(kDiv8uHighest)));
     store16B(d, _mm_and_si128(_mm_cmpeq_epi8(av, z), byZero));
     return zeros;
   }
@@ -397,7 +416,8 @@ struct Div16sZeroBlock {
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a);
     zeros.note(av);
-    store16B(d, _mm_and_si128(_mm_cmpeq_epi16(av, _mm_setzero_si128()), div16sByZeroLanes(load16B(b))));
+    store16B(
+        d, _mm_and_si128(_mm_cmpeq_epi16(av, _mm_setzero_si128()), div16sByZeroLanes(load16B(b))));
     return zeros;
   }
 };
@@ -423,8 +443,9 @@ struct Div16sSignOnlyBlock {
     const __m128i av = load16B(a), bv = load16B(b);
     zeros.note(av);
     const __m128i unlike = _mm_srai_epi16(_mm_xor_si128(av, bv), 15);
-    const __m128i saturated = _mm_or_si128(_mm_andnot_si128(unlike, _mm_set1_epi16(kDiv16sHighest)),
-                                           _mm_and_si128(unlike, _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+    const __m128i saturated =
+        _mm_or_si128(_mm_andnot_si128(unlike, _mm_set1_epi16(kDiv16sHighest)),
+                     _mm_and_si128(unlike, _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
     store16B(d, _mm_andnot_si128(_mm_cmpeq_epi16(bv, _mm_setzero_si128()), saturated));
     return zeros;
   }
@@ -472,7 +493,8 @@ int ownlumsDiv_8u(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, 
   if (scaleFactor == 0) return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<false>(0));
   return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uBlock<true>(scaleFactor));
 }
-int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len, int scaleFactor) {
+int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len,
+                   int scaleFactor) {
   switch (divCase16s(scaleFactor)) {
     case DivCase::Zero:
       return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sZeroBlock());
@@ -492,15 +514,23 @@ int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int l
 
 #if LUM_BUILD >= 4
 // One long row in its two pieces, on the threads its pixels pay for.
-int ownlumsDiv_8u_omp(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
-  return divKernelRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv8uPixelsPerThread),
-                       [=](const Lum8u* a, const Lum8u* b, Lum8u* d, int n) { return ownlumsDiv_8u(a, b, d, n, scaleFactor); },
-                       divMiddle<Lum8u>);
+int ownlumsDiv_8u_omp(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len,
+                      int scaleFactor) {
+  return divKernelRows(
+      pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv8uPixelsPerThread),
+      [=](const Lum8u* a, const Lum8u* b, Lum8u* d, int n) {
+        return ownlumsDiv_8u(a, b, d, n, scaleFactor);
+      },
+      divMiddle<Lum8u>);
 }
-int ownlumsDiv_16s_omp(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len, int scaleFactor) {
-  return divKernelRows(pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv16sPixelsPerThread),
-                       [=](const Lum16s* a, const Lum16s* b, Lum16s* d, int n) { return ownlumsDiv_16s(a, b, d, n, scaleFactor); },
-                       divMiddle<Lum16s>);
+int ownlumsDiv_16s_omp(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len,
+                       int scaleFactor) {
+  return divKernelRows(
+      pSrc1, 0, pSrc2, 0, pDst, 0, LumSize{len, 1}, teamFor(2, len, kDiv16sPixelsPerThread),
+      [=](const Lum16s* a, const Lum16s* b, Lum16s* d, int n) {
+        return ownlumsDiv_16s(a, b, d, n, scaleFactor);
+      },
+      divMiddle<Lum16s>);
 }
 #endif
 
@@ -509,7 +539,8 @@ namespace {
 #if LUM_BUILD <= 1
 // The extreme scale factors of 8u, pixel by pixel: true with the row done and
 // its status in `st`, false for an ordinary scale factor.
-inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lum8u* d, int len, LumStatus& st) {
+inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lum8u* d, int len,
+                             LumStatus& st) {
   const DivCase c = divCase8u(scaleFactor);
   if (c == DivCase::Ordinary) return false;
   bool zero = false;
@@ -523,8 +554,8 @@ inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lu
 
 // The exact rule: pixel(divisor, dividend, 2^-scaleFactor, scaleFactor).
 template <class T, class Pixel>
-inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFactor, const Pixel& pixel,
-                             T (*byZero)(int)) {
+inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFactor,
+                             const Pixel& pixel, T (*byZero)(int)) {
   const OwnX87Control truncating(kX87Truncating);
   const long double f = x87Factor(scaleFactor);
   return divStatus(divRowExtended(
@@ -534,8 +565,8 @@ inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFac
 // The extreme scale factors, on the calling thread: true with the row done
 // and its status in `st`, false for an ordinary scale factor.
 template <class T>
-inline bool divRowExtremes(DivCase c, int (*kernel)(const T*, const T*, T*, int, int), const T* a, const T* b,
-                           T* d, int len, int scaleFactor, LumStatus& st) {
+inline bool divRowExtremes(DivCase c, int (*kernel)(const T*, const T*, T*, int, int), const T* a,
+                           const T* b, T* d, int len, int scaleFactor, LumStatus& st) {
   if (c == DivCase::Ordinary) return false;
   st = divStatus(kernel(a, b, d, len, scaleFactor) != 0);
   return true;
@@ -548,8 +579,8 @@ constexpr int kDivIntRowInTwo = 1024;
 // The quotients under the kernel's rounding: `kernel` on the row, or
 // `longRow` on one of 1024 pixels or more.
 template <class T, class Kernel>
-inline LumStatus divRowQuotients(const T* a, const T* b, T* d, int len, int scaleFactor, uint32_t rounding,
-                                 Kernel kernel, Kernel longRow) {
+inline LumStatus divRowQuotients(const T* a, const T* b, T* d, int len, int scaleFactor,
+                                 uint32_t rounding, Kernel kernel, Kernel longRow) {
   const OwnMxcsr own(rounding);
   return divStatus((len >= kDivIntRowInTwo ? longRow : kernel)(a, b, d, len, scaleFactor) != 0);
 }
@@ -561,13 +592,16 @@ inline LumStatus divRowQuotients(const T* a, const T* b, T* d, int len, int scal
 template <class T>
 inline LumStatus divLongRowsQuotients(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step,
                                       T* pDst, int dstStep, LumSize roiSize, int scaleFactor,
-                                      uint32_t rounding, int (*kernel)(const T*, const T*, T*, int, int),
+                                      uint32_t rounding,
+                                      int (*kernel)(const T*, const T*, T*, int, int),
                                       long long minPixelsPerThread) {
   const OwnMxcsr own(rounding);
   const int team = divTeam<T>(dstStep, roiSize, minPixelsPerThread);
-  return divStatus(divKernelRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team,
-                                 [=](const T* a, const T* b, T* d, int n) { return kernel(a, b, d, n, scaleFactor); },
-                                 divMiddle<T>) != 0);
+  return divStatus(
+      divKernelRows(
+          pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, team,
+          [=](const T* a, const T* b, T* d, int n) { return kernel(a, b, d, n, scaleFactor); },
+          divMiddle<T>) != 0);
 }
 #endif
 
@@ -581,16 +615,20 @@ inline LumStatus divLongRowsQuotients(const T* pSrc1, int src1Step, const T* pSr
 
 // ---- Row functions ---------------------------------------------------------------
 
-LumStatus lumsDiv_8u_Sfs(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
+LumStatus lumsDiv_8u_Sfs(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len,
+                         int scaleFactor) {
   LumStatus st = divRowArguments(pSrc1, pSrc2, pDst, len);
   if (st != lumStsNoErr) return st;
 #if LUM_BUILD <= 1
   if (divRowExtremes8u(scaleFactor, pSrc1, pSrc2, pDst, len, st)) return st;
-  return divRowExact(pSrc1, pSrc2, pDst, len, scaleFactor,
-                     [](int a, int b, long double f, int sf) { return div8uExtended(a, b, f, sf < 0); },
-                     div8uByZero);
+  return divRowExact(
+      pSrc1, pSrc2, pDst, len, scaleFactor,
+      [](int a, int b, long double f, int sf) { return div8uExtended(a, b, f, sf < 0); },
+      div8uByZero);
 #else
-  if (divRowExtremes(divCase8u(scaleFactor), ownlumsDiv_8u, pSrc1, pSrc2, pDst, len, scaleFactor, st)) return st;
+  if (divRowExtremes(divCase8u(scaleFactor), ownlumsDiv_8u, pSrc1, pSrc2, pDst, len, scaleFactor,
+                     st))
+    return st;
   return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, kMxcsrNearest, ownlumsDiv_8u,
                          LUM_DIV_LONG_ROW(ownlumsDiv_8u));
 #endif
@@ -603,13 +641,16 @@ LumStatus lumsDiv_16s_Sfs(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst
   LumStatus st = divRowArguments(pSrc1, pSrc2, pDst, len);
   if (st != lumStsNoErr) return st;
 #if LUM_BUILD <= 1
-  return divRowExact(pSrc1, pSrc2, pDst, len, scaleFactor,
-                     [](int a, int b, long double f, int sf) { return div16sExtended(a, b, f, sf > 0); },
-                     div16sByZero);
+  return divRowExact(
+      pSrc1, pSrc2, pDst, len, scaleFactor,
+      [](int a, int b, long double f, int sf) { return div16sExtended(a, b, f, sf > 0); },
+      div16sByZero);
 #else
-  if (divRowExtremes(divCase16s(scaleFactor), ownlumsDiv_16s, pSrc1, pSrc2, pDst, len, scaleFactor, st)) return st;
-  return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, div16sRounding(scaleFactor), ownlumsDiv_16s,
-                         LUM_DIV_LONG_ROW(ownlumsDiv_16s));
+  if (divRowExtremes(divCase16s(scaleFactor), ownlumsDiv_16s, pSrc1, pSrc2, pDst, len, scaleFactor,
+                     st))
+    return st;
+  return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, div16sRounding(scaleFactor),
+                         ownlumsDiv_16s, LUM_DIV_LONG_ROW(ownlumsDiv_16s));
 #endif
 }
 
@@ -623,8 +664,8 @@ LumStatus ownlumiDiv_8u_Sfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2
                             Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
 #if LUM_BUILD >= 4
   if (roiSize.width >= kDivIntRowInTwo && divCase8u(scaleFactor) == DivCase::Ordinary)
-    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor,
-                                kMxcsrNearest, ownlumsDiv_8u, kDiv8uPixelsPerThread);
+    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
+                                scaleFactor, kMxcsrNearest, ownlumsDiv_8u, kDiv8uPixelsPerThread);
 #endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum8u* a, const Lum8u* b, Lum8u* d) {
@@ -636,8 +677,9 @@ LumStatus ownlumiDiv_16s_Sfs(const Lum16s* pSrc1, int src1Step, const Lum16s* pS
                              Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
 #if LUM_BUILD >= 4
   if (roiSize.width >= kDivIntRowInTwo && divCase16s(scaleFactor) == DivCase::Ordinary)
-    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor,
-                                div16sRounding(scaleFactor), ownlumsDiv_16s, kDiv16sPixelsPerThread);
+    return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
+                                scaleFactor, div16sRounding(scaleFactor), ownlumsDiv_16s,
+                                kDiv16sPixelsPerThread);
 #endif
   return divRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                  [=](const Lum16s* a, const Lum16s* b, Lum16s* d) {

@@ -84,7 +84,8 @@ inline int divLongRows(int height, int width, int team, const Piece& piece, cons
 // later row winning).
 template <class T>
 inline int divTeam(int dstStep, LumSize roiSize, long long minPixelsPerThread) {
-  return teamForRows(2LL * roiSize.height, dstStep, roiSize, static_cast<int>(sizeof(T)), minPixelsPerThread);
+  return teamForRows(2LL * roiSize.height, dstStep, roiSize, static_cast<int>(sizeof(T)),
+                     minPixelsPerThread);
 }
 
 // A division's status: the warning where a divisor was 0.

@@ -85,7 +85,9 @@ using Vec = __m128i;
 constexpr int kVecBytes = 16;
 
 LUM_MMX_INLINE Vec vLoad(const void* p) { return _mm_loadu_si128(static_cast<const Vec*>(p)); }
-LUM_MMX_INLINE Vec vLoadAligned(const void* p) { return _mm_load_si128(static_cast<const Vec*>(p)); }
+LUM_MMX_INLINE Vec vLoadAligned(const void* p) {
+  return _mm_load_si128(static_cast<const Vec*>(p));
+}
 LUM_MMX_INLINE void vStore(void* p, Vec v) { _mm_storeu_si128(static_cast<Vec*>(p), v); }
 LUM_MMX_INLINE void vStoreAligned(void* p, Vec v) { _mm_store_si128(static_cast<Vec*>(p), v); }
 // A non-temporal store, past the caches; p 16-byte aligned.

@@ -58,7 +58,9 @@ struct Mul16sHalfOp {
   LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
 #if LUM_BUILD >= 1
   Vec one = vSet32(1);
-  LUM_MMX_INLINE Vec round(Vec p) const { return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1); }
+  LUM_MMX_INLINE Vec round(Vec p) const {
+    return vShrS32By(vAdd32(p, vAnd(vShrU32By(p, 1), one)), 1);
+  }
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products16s p = vMul16s(a, b);
     return vPackS32(round(p.lo), round(p.hi));
@@ -128,9 +130,8 @@ LUM_MMX_LEAF void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d,
 LUM_END_BUILD
 
 extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1Step,
-                                                   const Lum16s* pSrc2, int src2Step,
-                                                   Lum16s* pDst, int dstStep, LumSize roiSize,
-                                                   int scaleFactor) {
+                                                   const Lum16s* pSrc2, int src2Step, Lum16s* pDst,
+                                                   int dstStep, LumSize roiSize, int scaleFactor) {
   using namespace lum::LUM_TAG;
   if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
   if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;

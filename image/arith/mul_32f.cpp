@@ -46,14 +46,13 @@ void ownsMul_32f(const Lum32f* a, const Lum32f* b, Lum32f* d, int len) {
 LUM_END_BUILD
 
 extern "C" LumStatus LUM_ENTRY(lumiMul_32f_C1R)(const Lum32f* pSrc1, int src1Step,
-                                                const Lum32f* pSrc2, int src2Step,
-                                                Lum32f* pDst, int dstStep, LumSize roiSize) {
+                                                const Lum32f* pSrc2, int src2Step, Lum32f* pDst,
+                                                int dstStep, LumSize roiSize) {
   using namespace lum::LUM_TAG;
   if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
   if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
-  mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
-               [] { return Mul32fOp(); },
-               [](auto a, auto b, auto d, int n) { ownsMul_32f(a, b, d, n); },
-               lum::kMul32fPixelsPerThread);
+  mulImageRows(
+      pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, [] { return Mul32fOp(); },
+      [](auto a, auto b, auto d, int n) { ownsMul_32f(a, b, d, n); }, lum::kMul32fPixelsPerThread);
   return lumStsNoErr;
 }

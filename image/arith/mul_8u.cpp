@@ -50,7 +50,9 @@ struct Mul8uHalfOp {
   LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
-  LUM_MMX_INLINE Vec round(Vec p) const { return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1); }
+  LUM_MMX_INLINE Vec round(Vec p) const {
+    return vShrU16By(vAdd16(p, vAnd(vShrU16By(p, 1), one)), 1);
+  }
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products p = products(a, b, zero);
     return vPackUS16(round(p.lo), round(p.hi));

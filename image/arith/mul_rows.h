@@ -148,8 +148,8 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
     const auto op = makeOp();
     if (join) return mulScalarRow(pSrc1, pSrc2, pDst, 0, width * roiSize.height, op);
     serialRows(roiSize.height, [&](int y) {
-      mulScalarRow(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y),
-                   0, width, op);
+      mulScalarRow(rowAt(pSrc1, src1Step, y), rowAt(pSrc2, src2Step, y), rowAt(pDst, dstStep, y), 0,
+                   width, op);
     });
   } else {
     (void)makeOp;

@@ -36,12 +36,12 @@ LUM_MMX_INLINE int shiftRoundHalfEven1(int p) { return (p + ((p >> 1) & 1)) >> 1
 // ---- Which computation a scale factor needs -----------------------------------
 
 enum class MulCase {
-  Plain,     // 0: saturate(p)
-  SignOnly,  // so negative that every nonzero product saturates
-  LeftShift, // other negative factors: saturate(p * 2^k)
-  Zero,      // so large that every product rounds to 0: fill, compute nothing
-  Half,      // 1: the s = 1 form of the rounding shift
-  RightShift // the rest: rounding shift by s
+  Plain,      // 0: saturate(p)
+  SignOnly,   // so negative that every nonzero product saturates
+  LeftShift,  // other negative factors: saturate(p * 2^k)
+  Zero,       // so large that every product rounds to 0: fill, compute nothing
+  Half,       // 1: the s = 1 form of the rounding shift
+  RightShift  // the rest: rounding shift by s
 };
 
 // Bounds of the two extreme cases. 8u products are at most 255 * 255 < 2^16,

@@ -139,8 +139,7 @@ inline bool setArgsBad(const void* pDst, LumSize roiSize, LumStatus* status) {
 void setRegion(PatternBytes pat, uint8_t* pDst, int step, size_t rowBytes, int height,
                unsigned long long totalBytes) {
 #if LUM_BUILD >= 2
-  const __m128i pattern =
-      _mm_set1_epi16(static_cast<short>(pat.b[0] | (pat.b[1] << 8)));
+  const __m128i pattern = _mm_set1_epi16(static_cast<short>(pat.b[0] | (pat.b[1] << 8)));
   const bool stream = totalBytes > kStreamAbove;
   for (int y = 0; y < height; ++y) setRow(pattern, pat, rowAt(pDst, step, y), rowBytes, stream);
 #elif LUM_BUILD == 1

@@ -44,10 +44,14 @@ constexpr uint32_t kInvalidFlag = 0x01, kDenormalsAreZero = 0x40;
 // to 2^127, then infinity.
 float scaleMultiplier(int scaleFactor) {
   uint32_t bits;
-  if (scaleFactor > 149) bits = 0;
-  else if (scaleFactor > 126) bits = 1u << (149 - scaleFactor);
-  else if (scaleFactor >= -127) bits = static_cast<uint32_t>(127 - scaleFactor) << 23;
-  else bits = 0x7F800000u;
+  if (scaleFactor > 149)
+    bits = 0;
+  else if (scaleFactor > 126)
+    bits = 1u << (149 - scaleFactor);
+  else if (scaleFactor >= -127)
+    bits = static_cast<uint32_t>(127 - scaleFactor) << 23;
+  else
+    bits = 0x7F800000u;
   float m;
   __builtin_memcpy(&m, &bits, 4);
   return m;
@@ -137,7 +141,9 @@ LUM_MMX_LEAF int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m)
 
 #else
 
-inline __m128i roundedInts(__m128 v, bool truncate) { return truncate ? _mm_cvttps_epi32(v) : _mm_cvtps_epi32(v); }
+inline __m128i roundedInts(__m128 v, bool truncate) {
+  return truncate ? _mm_cvttps_epi32(v) : _mm_cvtps_epi32(v);
+}
 inline void storeEight(Lum8u* d, __m128i lo, __m128i hi) {
   const __m128i s = _mm_packs_epi32(lo, hi);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(s, s));
@@ -176,8 +182,9 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
   i += isAligned(src + i, 16) ? roundedRounds<true, kScaled>(src + i, dst + i, len - i, m)
                               : roundedRounds<false, kScaled>(src + i, dst + i, len - i, m);
 #else
-  i += isAligned(src + i, 16) ? roundedRounds<true, kScaled>(src + i, dst + i, len - i, m, mode == 0)
-                              : roundedRounds<false, kScaled>(src + i, dst + i, len - i, m, mode == 0);
+  i += isAligned(src + i, 16)
+           ? roundedRounds<true, kScaled>(src + i, dst + i, len - i, m, mode == 0)
+           : roundedRounds<false, kScaled>(src + i, dst + i, len - i, m, mode == 0);
 #endif
   for (; i < len; ++i) storePixel(dst + i, roundedOne<T, kScaled>(src + i, m, max));
 }
@@ -189,10 +196,13 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
 // had and those the row raised.
 template <class T>
 void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  const uint32_t own = kRoundingBits | kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
+  const uint32_t own =
+      kRoundingBits | kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
   const OwnMxcsr rounding((mode == 0 ? kRoundTowardsZero : 0) | kMxcsrMasks, ~own);
-  if (scaleFactor == 0) roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
-  else roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
+  if (scaleFactor == 0)
+    roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
+  else
+    roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
   // A NaN converts to 0, and so does a zero times an infinite multiplier
   // (NaN in single precision, the type's maximum after the clamp above).
   const bool infinite = scaleFactor < -127, daz = (rounding.caller() & kDenormalsAreZero) != 0;
@@ -232,7 +242,9 @@ void convertAwayFromZero(const Lum32f* src, Lum8u* dst, int len, int scaleFactor
 template <class T>
 inline __m128i awayFromZeroFour(__m128 v) {
   const __m128 ordered = _mm_cmpord_ps(v, v);
-  v = _mm_and_ps(_mm_max_ps(_mm_min_ps(v, _mm_set1_ps(Pixel<T>::kMaxF)), _mm_set1_ps(Pixel<T>::kMinF)), ordered);
+  v = _mm_and_ps(
+      _mm_max_ps(_mm_min_ps(v, _mm_set1_ps(Pixel<T>::kMaxF)), _mm_set1_ps(Pixel<T>::kMinF)),
+      ordered);
   const __m128i n = _mm_cvttps_epi32(v);
   const __m128 fraction = _mm_sub_ps(v, _mm_cvtepi32_ps(n));
   const __m128i up = _mm_castps_si128(_mm_cmpge_ps(fraction, _mm_set1_ps(0.5f)));
@@ -263,43 +275,54 @@ void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
   const __m128 m = _mm_set1_ps(scaleMultiplier(scaleFactor));
   const uint32_t own = kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
   const OwnMxcsr masked(kMxcsrMasks, ~own);
-  if (scaleFactor == 0) awayFromZeroRow<false>(src, dst, len, m);
-  else awayFromZeroRow<true>(src, dst, len, m);
+  if (scaleFactor == 0)
+    awayFromZeroRow<false>(src, dst, len, m);
+  else
+    awayFromZeroRow<true>(src, dst, len, m);
   if (zeroMultiplier(scaleFactor)) saturateInfinities(src, dst, len);
 }
 
 #endif
 
-template <class T, void (*rounded)(const Lum32f*, T*, int, int, int), void (*away)(const Lum32f*, T*, int, int)>
+template <class T, void (*rounded)(const Lum32f*, T*, int, int, int),
+          void (*away)(const Lum32f*, T*, int, int)>
 LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
   if (src == nullptr || dst == nullptr) return lumStsNullPtrErr;
   if (len < 1) return lumStsSizeErr;
-  if (mode == 0 || mode == 1) rounded(src, dst, len, mode, scaleFactor);
-  else away(src, dst, len, scaleFactor);
+  if (mode == 0 || mode == 1)
+    rounded(src, dst, len, mode, scaleFactor);
+  else
+    away(src, dst, len, scaleFactor);
   return lumStsNoErr;
 }
 
 }  // namespace
 
-void ownlumsCnvrt_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode, int scaleFactor) {
+void ownlumsCnvrt_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
+                            int scaleFactor) {
   convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
 }
 void ownlumsCnvrtFin_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int scaleFactor) {
   convertAwayFromZero(pSrc, pDst, len, scaleFactor);
 }
-LumStatus lumsConvert_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode, int scaleFactor) {
-  return convert<Lum8u, ownlumsCnvrt_32f8u_Sfs, ownlumsCnvrtFin_32f8u_Sfs>(pSrc, pDst, len, rndMode, scaleFactor);
+LumStatus lumsConvert_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
+                                int scaleFactor) {
+  return convert<Lum8u, ownlumsCnvrt_32f8u_Sfs, ownlumsCnvrtFin_32f8u_Sfs>(pSrc, pDst, len, rndMode,
+                                                                           scaleFactor);
 }
 
 #if LUM_BUILD >= 2
-void ownlumsCnvrt_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode, int scaleFactor) {
+void ownlumsCnvrt_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
+                             int scaleFactor) {
   convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
 }
 void ownlumsCnvrtFin_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int scaleFactor) {
   convertAwayFromZero(pSrc, pDst, len, scaleFactor);
 }
-LumStatus lumsConvert_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode, int scaleFactor) {
-  return convert<Lum16s, ownlumsCnvrt_32f16s_Sfs, ownlumsCnvrtFin_32f16s_Sfs>(pSrc, pDst, len, rndMode, scaleFactor);
+LumStatus lumsConvert_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
+                                 int scaleFactor) {
+  return convert<Lum16s, ownlumsCnvrt_32f16s_Sfs, ownlumsCnvrtFin_32f16s_Sfs>(pSrc, pDst, len,
+                                                                              rndMode, scaleFactor);
 }
 #endif
 

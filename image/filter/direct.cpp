@@ -33,8 +33,10 @@ const T* pixelsAway(const T* p, int n) {
 // The top-left pixel of the window of destination pixel (0, 0).
 template <class T>
 const T* windowStart(const T* src, int srcStep, LumSize ks, LumPoint anchor) {
-  const int up = static_cast<int>(static_cast<uint32_t>(anchor.y) - static_cast<uint32_t>(ks.height - 1));
-  const int left = static_cast<int>(static_cast<uint32_t>(anchor.x) - static_cast<uint32_t>(ks.width - 1));
+  const int up =
+      static_cast<int>(static_cast<uint32_t>(anchor.y) - static_cast<uint32_t>(ks.height - 1));
+  const int left =
+      static_cast<int>(static_cast<uint32_t>(anchor.x) - static_cast<uint32_t>(ks.width - 1));
   return pixelsAway(rowAt(src, srcStep, up), left);
 }
 
@@ -68,7 +70,8 @@ void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d)
   const Lum32f* k = kLast;
   for (int r = 0; r < ks.height; ++r) {
     const T* s = rowAt(win, srcStep, r);
-    for (int c = 0; c < ks.width; ++c, --k) a += static_cast<long double>(loadPixel(k)) * loadPixel(s + c);
+    for (int c = 0; c < ks.width; ++c, --k)
+      a += static_cast<long double>(loadPixel(k)) * loadPixel(s + c);
   }
   storePixel(d, FromSum<T>::pixel(a));
 }
@@ -110,8 +113,8 @@ void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d)
 
 // The direct loop over a band of destination rows.
 template <class T>
-void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band,
-                const Lum32f* kernel, LumSize ks, LumPoint anchor) {
+void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kernel,
+                LumSize ks, LumPoint anchor) {
   const T* const win = windowStart(src, srcStep, ks, anchor);
   const Lum32f* const kLast = kernel + (static_cast<size_t>(ks.width) * ks.height - 1);
   const int blocks = band.width & ~3;
@@ -130,21 +133,23 @@ void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band,
 // whenever it cannot finish a band (unsuitable kernel or region, no scratch
 // memory), the direct loop computes the whole band.
 template <class T>
-void filterBand(const T* src, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kernel, LumSize ks,
-                LumPoint anchor) {
+void filterBand(const T* src, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kernel,
+                LumSize ks, LumPoint anchor) {
 #if LUM_BUILD >= 1
   const Lum32f* const kLast = kernel + (static_cast<size_t>(ks.width) * ks.height - 1);
-  if (ownFilterFastBand(windowStart(src, srcStep, ks, anchor), srcStep, dst, dstStep, band, kLast, ks)) return;
+  if (ownFilterFastBand(windowStart(src, srcStep, ks, anchor), srcStep, dst, dstStep, band, kLast,
+                        ks))
+    return;
 #endif
   directRows(src, srcStep, dst, dstStep, band, kernel, ks, anchor);
 }
 
 }  // namespace
 
-#define LUM_FILTER_BAND(name, T)                                                            \
-  void name(const T* pSrc, int srcStep, T* pDst, int dstStep, LumSize band,                 \
-            const Lum32f* pKernel, LumSize kernelSize, LumPoint anchor) {                   \
-    filterBand(pSrc, srcStep, pDst, dstStep, band, pKernel, kernelSize, anchor);            \
+#define LUM_FILTER_BAND(name, T)                                                                   \
+  void name(const T* pSrc, int srcStep, T* pDst, int dstStep, LumSize band, const Lum32f* pKernel, \
+            LumSize kernelSize, LumPoint anchor) {                                                 \
+    filterBand(pSrc, srcStep, pDst, dstStep, band, pKernel, kernelSize, anchor);                   \
   }
 LUM_FILTER_BAND(ownFilterDirect32f_8u_C1R, Lum8u)
 LUM_FILTER_BAND(ownFilterDirect32f_16s_C1R, Lum16s)

@@ -50,7 +50,8 @@ constexpr long long kMaxScratchFloats = (0xFFFFFFFFLL - 36) / 4;
 class Scratch {
  public:
   explicit Scratch(long long floats)
-      : p_(floats <= kMaxScratchFloats ? LUM_ENTRY(lumsMalloc_32f)(static_cast<int>(floats)) : nullptr) {}
+      : p_(floats <= kMaxScratchFloats ? LUM_ENTRY(lumsMalloc_32f)(static_cast<int>(floats))
+                                       : nullptr) {}
   ~Scratch() { LUM_ENTRY(lumsFree)(p_); }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
@@ -66,7 +67,9 @@ void mirrorKernel(const Lum32f* kLast, int count, Lum32f* out) {
   for (int i = 0; i < count; ++i) _mm_store_ps(out + 4 * i, _mm_set1_ps(loadPixel(kLast - i)));
 }
 
-inline const Lum32f* kernelRow(const Lum32f* mirrored, int r, int kw) { return mirrored + 4 * static_cast<ptrdiff_t>(r) * kw; }
+inline const Lum32f* kernelRow(const Lum32f* mirrored, int r, int kw) {
+  return mirrored + 4 * static_cast<ptrdiff_t>(r) * kw;
+}
 
 // acc + pixels * coefficient, the operands in the direct loop's order.
 inline __m128 addProduct(__m128 acc, __m128 pixels, const Lum32f* k) {
@@ -76,7 +79,8 @@ inline __m128 addProductOne(__m128 acc, __m128 pixel, const Lum32f* k) {
   return _mm_add_ss(acc, _mm_mul_ss(pixel, _mm_load_ss(k)));
 }
 
-// ---- Whole-band routines (32f) ---------------------------------------------------------------------
+// ---- Whole-band routines (32f)
+// ---------------------------------------------------------------------
 
 template <int N>
 struct Int {
@@ -104,7 +108,8 @@ inline void blockOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw
     for (int c = 0; c < w; ++c, k += 4) {
       const __m128 coefficient = _mm_load_ps(k);
 #pragma GCC unroll 8
-      for (int i = 0; i < kBlock; ++i) acc[i] = _mm_add_ps(acc[i], _mm_mul_ps(fourPixels(s + 4 * i + c), coefficient));
+      for (int i = 0; i < kBlock; ++i)
+        acc[i] = _mm_add_ps(acc[i], _mm_mul_ps(fourPixels(s + 4 * i + c), coefficient));
     }
   }
 #pragma GCC unroll 8
@@ -143,13 +148,14 @@ void onePoint(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T
 }
 
 template <int KW, class T>
-void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* mirrored, int kw,
-                   int kh) {
+void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, int height,
+                   const Lum32f* mirrored, int kw, int kh) {
   for (int y = 0; y < height; ++y) {
     const T* const s = rowAt(win, srcStep, y);
     T* const d = rowAt(dst, dstStep, y);
     int x = 0;
-    for (; x + 4 * kBlock <= width; x += 4 * kBlock) blockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x);
+    for (; x + 4 * kBlock <= width; x += 4 * kBlock)
+      blockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x);
     for (; x + 4 <= width; x += 4) storeFour(d + x, fourOutputs(s + x, srcStep, mirrored, kw, kh));
     for (; x < width; ++x) onePoint(s + x, srcStep, mirrored, kw, kh, d + x);
   }
@@ -159,31 +165,45 @@ void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, in
 // declines (0) for a kernel narrower than 3 or a window whose rows do not
 // all start on a whole pixel's boundary.
 template <class T>
-int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int height, const Lum32f* kLast, int kw, int kh,
-              Lum32f* scratch) {
+int wholeBand(const T* win, int srcStep, T* dst, int dstStep, int width, int height,
+              const Lum32f* kLast, int kw, int kh, Lum32f* scratch) {
   mirrorKernel(kLast, kw * kh, scratch);
-  if (kw < kMinKernelWidth || !isAligned(win, sizeof(T)) || srcStep % static_cast<int>(sizeof(T)) != 0) return 0;
+  if (kw < kMinKernelWidth || !isAligned(win, sizeof(T)) ||
+      srcStep % static_cast<int>(sizeof(T)) != 0)
+    return 0;
   const auto rows = [&](auto kw_) {
     wholeBandRows<decltype(kw_)::value>(win, srcStep, dst, dstStep, width, height, scratch, kw, kh);
   };
   switch (kw) {
-    case 3: rows(Int<3>()); break;
-    case 4: rows(Int<4>()); break;
-    case 5: rows(Int<5>()); break;
-    default: rows(Int<0>()); break;
+    case 3:
+      rows(Int<3>());
+      break;
+    case 4:
+      rows(Int<4>());
+      break;
+    case 5:
+      rows(Int<5>());
+      break;
+    default:
+      rows(Int<0>());
+      break;
   }
   return 1;
 }
 
-// ---- Row routines of the row-pair scheme (8u and 16s; in k1 their float rows) ---------------------
-// A source row times one or two kernel rows into accumulator rows (16-byte
+// ---- Row routines of the row-pair scheme (8u and 16s; in k1 their float rows)
+// --------------------- A source row times one or two kernel rows into accumulator rows (16-byte
 // aligned, whole vectors): eight outputs a step, then four, then one. An
 // accumulator either starts at 0 (kStore) or goes on from what it holds.
 
 template <bool kStore>
-inline __m128 startFour(const Lum32f* acc) { return kStore ? _mm_setzero_ps() : _mm_load_ps(acc); }
+inline __m128 startFour(const Lum32f* acc) {
+  return kStore ? _mm_setzero_ps() : _mm_load_ps(acc);
+}
 template <bool kStore>
-inline __m128 startOne(const Lum32f* acc) { return kStore ? _mm_setzero_ps() : _mm_load_ss(acc); }
+inline __m128 startOne(const Lum32f* acc) {
+  return kStore ? _mm_setzero_ps() : _mm_load_ss(acc);
+}
 
 template <int KW, bool kStore, class T>
 void aRow(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw) {
@@ -210,7 +230,8 @@ void aRow(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw) {
 }
 
 template <int KW, bool kStoreB, class T>
-void bRow(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA, const Lum32f* kRowB, int kw) {
+void bRow(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA,
+          const Lum32f* kRowB, int kw) {
   const int w = KW ? KW : kw;
   int x = 0;
   for (; x + 8 <= width; x += 8) {
@@ -244,13 +265,18 @@ void bRow(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRo
 
 template <int KW, class T>
 void aRowAt(const T* src, Lum32f* acc, int width, const Lum32f* kRow, int kw, int rowIndex) {
-  if (rowIndex == 0) aRow<KW, true>(src, acc, width, kRow, kw);
-  else aRow<KW, false>(src, acc, width, kRow, kw);
+  if (rowIndex == 0)
+    aRow<KW, true>(src, acc, width, kRow, kw);
+  else
+    aRow<KW, false>(src, acc, width, kRow, kw);
 }
 template <int KW, class T>
-void bRowAt(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA, const Lum32f* kRowB, int kw, int k) {
-  if (k == 1) bRow<KW, true>(src, accA, accB, width, kRowA, kRowB, kw);
-  else bRow<KW, false>(src, accA, accB, width, kRowA, kRowB, kw);
+void bRowAt(const T* src, Lum32f* accA, Lum32f* accB, int width, const Lum32f* kRowA,
+            const Lum32f* kRowB, int kw, int k) {
+  if (k == 1)
+    bRow<KW, true>(src, accA, accB, width, kRowA, kRowB, kw);
+  else
+    bRow<KW, false>(src, accA, accB, width, kRowA, kRowB, kw);
 }
 
 // The row routines of one kernel width, specialised for 3, 4 and 5.
@@ -262,17 +288,21 @@ struct RowRoutines {
 template <class T>
 RowRoutines<T> rowRoutines(int kw) {
   switch (kw) {
-    case 3: return {aRowAt<3, T>, bRowAt<3, T>};
-    case 4: return {aRowAt<4, T>, bRowAt<4, T>};
-    case 5: return {aRowAt<5, T>, bRowAt<5, T>};
-    default: return {aRowAt<0, T>, bRowAt<0, T>};
+    case 3:
+      return {aRowAt<3, T>, bRowAt<3, T>};
+    case 4:
+      return {aRowAt<4, T>, bRowAt<4, T>};
+    case 5:
+      return {aRowAt<5, T>, bRowAt<5, T>};
+    default:
+      return {aRowAt<0, T>, bRowAt<0, T>};
   }
 }
 
-// ---- The row-pair scheme ----------------------------------------------------------------------------
-// The rows the row routines read: the source rows themselves from k2 on; in
-// k1 each widened first into a float row of the scratch, as long as the
-// outputs' windows span (width + kw - 1 pixels).
+// ---- The row-pair scheme
+// ---------------------------------------------------------------------------- The rows the row
+// routines read: the source rows themselves from k2 on; in k1 each widened first into a float row
+// of the scratch, as long as the outputs' windows span (width + kw - 1 pixels).
 #if LUM_BUILD == 1
 template <class T>
 using RowOf = Lum32f;
@@ -281,7 +311,9 @@ template <class T>
 using RowOf = T;
 #endif
 
-long long wideRowFloats(int width, int kw) { return kBuild == 1 ? static_cast<long long>(width) + kw - 1 : 0; }
+long long wideRowFloats(int width, int kw) {
+  return kBuild == 1 ? static_cast<long long>(width) + kw - 1 : 0;
+}
 
 struct SourceRows {
   Lum32f* wide;
@@ -297,7 +329,9 @@ struct SourceRows {
   }
 };
 
-inline void convertRow(const Lum32f* sums, Lum8u* d, int width) { lumsConvert_32f8u_Sfs(sums, d, width, 1, 0); }
+inline void convertRow(const Lum32f* sums, Lum8u* d, int width) {
+  lumsConvert_32f8u_Sfs(sums, d, width, 1, 0);
+}
 #if LUM_BUILD == 1
 // NaN to 0, then to 32-bit integers under the caller's SSE rounding (the
 // kernel bound keeps every sum in range) and to 16 bits with saturation:
@@ -317,14 +351,17 @@ LUM_MMX_LEAF void narrowRow(const Lum32f* sums, Lum16s* d, int width) {
 }
 inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { narrowRow(sums, d, width); }
 #else
-inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { lumsConvert_32f16s_Sfs(sums, d, width, 1, 0); }
+inline void convertRow(const Lum32f* sums, Lum16s* d, int width) {
+  lumsConvert_32f16s_Sfs(sums, d, width, 1, 0);
+}
 #endif
 
 // Pairs of destination rows: row y's sums in A, row y + 1's in B, the kh + 1
 // source rows below the pair's window start read once each; then an odd last
 // row alone in A. False, with nothing written, when there is no scratch.
 template <class T>
-bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kLast, LumSize ks) {
+bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, const Lum32f* kLast,
+              LumSize ks) {
   const int width = band.width, kw = ks.width, kh = ks.height;
   const Scratch scratch(kernelFloats(ks) + 2LL * width + 7 + wideRowFloats(width, kw));
   Lum32f* const mirrored = scratch.get();
@@ -339,20 +376,24 @@ bool rowPairs(const T* win, int srcStep, T* dst, int dstStep, LumSize band, cons
     const T* const s = rowAt(win, srcStep, y);
     rows.a(source(s), a, width, kernelRow(mirrored, 0, kw), kw, 0);
     for (int k = 1; k < kh; ++k)
-      rows.b(source(rowAt(s, srcStep, k)), a, b, width, kernelRow(mirrored, k, kw), kernelRow(mirrored, k - 1, kw), kw, k);
+      rows.b(source(rowAt(s, srcStep, k)), a, b, width, kernelRow(mirrored, k, kw),
+             kernelRow(mirrored, k - 1, kw), kw, k);
     rows.a(source(rowAt(s, srcStep, kh)), b, width, kernelRow(mirrored, kh - 1, kw), kw, kh - 1);
     convertRow(a, rowAt(dst, dstStep, y), width);
     convertRow(b, rowAt(dst, dstStep, y + 1), width);
   }
   if (y < band.height) {
     const T* const s = rowAt(win, srcStep, y);
-    for (int k = 0; k < kh; ++k) rows.a(source(rowAt(s, srcStep, k)), a, width, kernelRow(mirrored, k, kw), kw, k);
+    for (int k = 0; k < kh; ++k)
+      rows.a(source(rowAt(s, srcStep, k)), a, width, kernelRow(mirrored, k, kw), kw, k);
     convertRow(a, rowAt(dst, dstStep, y), width);
   }
   return true;
 }
 
-bool wideEnough(LumSize band, LumSize ks) { return ks.width >= kMinKernelWidth && band.width >= kMinWidth; }
+bool wideEnough(LumSize band, LumSize ks) {
+  return ks.width >= kMinKernelWidth && band.width >= kMinWidth;
+}
 
 // The magnitudes summed in kernel order; a NaN among them passes (compared
 // quietly: an ordered comparison would trap where the caller unmasks invalid).
@@ -365,54 +406,61 @@ bool within16sBound(const Lum32f* kLast, LumSize ks) {
 }
 
 template <class T, int (*band)(const T*, int, T*, int, int, int, const Lum32f*, int, int, Lum32f*)>
-bool wholeBandWithScratch(const T* win, int srcStep, T* dst, int dstStep, LumSize size, const Lum32f* kLast, LumSize ks) {
+bool wholeBandWithScratch(const T* win, int srcStep, T* dst, int dstStep, LumSize size,
+                          const Lum32f* kLast, LumSize ks) {
   const Scratch scratch(kernelFloats(ks));
-  return scratch.get() != nullptr &&
-         band(win, srcStep, dst, dstStep, size.width, size.height, kLast, ks.width, ks.height, scratch.get()) != 0;
+  return scratch.get() != nullptr && band(win, srcStep, dst, dstStep, size.width, size.height,
+                                          kLast, ks.width, ks.height, scratch.get()) != 0;
 }
 
 }  // namespace
 
-int ownFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pDst, int dstStep, int width, int height,
-                      const Lum32f* pKernelLast, int kw, int kh, Lum32f* pScratch) {
+int ownFilter_32f_C1R(const Lum32f* pSrc, int srcStep, Lum32f* pDst, int dstStep, int width,
+                      int height, const Lum32f* pKernelLast, int kw, int kh, Lum32f* pScratch) {
   return wholeBand(pSrc, srcStep, pDst, dstStep, width, height, pKernelLast, kw, kh, pScratch);
 }
-void ownOnePoint_32f_C1R(const Lum32f* pSrc, int srcStep, const Lum32f* pMirrored, int kw, int kh, Lum32f* pDst) {
+void ownOnePoint_32f_C1R(const Lum32f* pSrc, int srcStep, const Lum32f* pMirrored, int kw, int kh,
+                         Lum32f* pDst) {
   onePoint(pSrc, srcStep, pMirrored, kw, kh, pDst);
 }
 
 #if LUM_BUILD == 1
-void ownAFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+void ownAFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow,
+                           int kw, int rowIndex) {
   rowRoutines<Lum32f>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
-void ownBFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
-                           const Lum32f* pKernelRowKm1, int kw, int k) {
+void ownBFilterRow_32f_C1R(const Lum32f* pSrc, Lum32f* pA, Lum32f* pB, int width,
+                           const Lum32f* pKernelRowK, const Lum32f* pKernelRowKm1, int kw, int k) {
   rowRoutines<Lum32f>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
 }
 #else
-void ownAFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+void ownAFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow,
+                             int kw, int rowIndex) {
   rowRoutines<Lum8u>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
-void ownBFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
-                             const Lum32f* pKernelRowKm1, int kw, int k) {
+void ownBFilterRow32f_8u_C1R(const Lum8u* pSrc, Lum32f* pA, Lum32f* pB, int width,
+                             const Lum32f* pKernelRowK, const Lum32f* pKernelRowKm1, int kw,
+                             int k) {
   rowRoutines<Lum8u>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
 }
-void ownAFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow, int kw, int rowIndex) {
+void ownAFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pAcc, int width, const Lum32f* pKernelRow,
+                              int kw, int rowIndex) {
   rowRoutines<Lum16s>(kw).a(pSrc, pAcc, width, pKernelRow, kw, rowIndex);
 }
-void ownBFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pA, Lum32f* pB, int width, const Lum32f* pKernelRowK,
-                              const Lum32f* pKernelRowKm1, int kw, int k) {
+void ownBFilterRow32f_16s_C1R(const Lum16s* pSrc, Lum32f* pA, Lum32f* pB, int width,
+                              const Lum32f* pKernelRowK, const Lum32f* pKernelRowKm1, int kw,
+                              int k) {
   rowRoutines<Lum16s>(kw).b(pSrc, pA, pB, width, pKernelRowK, pKernelRowKm1, kw, k);
 }
 #endif
 
-bool ownFilterFastBand(const Lum8u* win, int srcStep, Lum8u* dst, int dstStep, LumSize band, const Lum32f* kLast,
-                       LumSize ks) {
+bool ownFilterFastBand(const Lum8u* win, int srcStep, Lum8u* dst, int dstStep, LumSize band,
+                       const Lum32f* kLast, LumSize ks) {
   return wideEnough(band, ks) && rowPairs(win, srcStep, dst, dstStep, band, kLast, ks);
 }
 
-bool ownFilterFastBand(const Lum16s* win, int srcStep, Lum16s* dst, int dstStep, LumSize band, const Lum32f* kLast,
-                       LumSize ks) {
+bool ownFilterFastBand(const Lum16s* win, int srcStep, Lum16s* dst, int dstStep, LumSize band,
+                       const Lum32f* kLast, LumSize ks) {
   if (!wideEnough(band, ks) || !within16sBound(kLast, ks)) return false;
   // k1's 16s vector path takes windows on the pixel grid only: one whose
   // rows do not all start on a whole pixel's boundary goes to its direct
@@ -422,10 +470,10 @@ bool ownFilterFastBand(const Lum16s* win, int srcStep, Lum16s* dst, int dstStep,
   return rowPairs(win, srcStep, dst, dstStep, band, kLast, ks);
 }
 
-bool ownFilterFastBand(const Lum32f* win, int srcStep, Lum32f* dst, int dstStep, LumSize band, const Lum32f* kLast,
-                       LumSize ks) {
-  return wideEnough(band, ks) &&
-         wholeBandWithScratch<Lum32f, ownFilter_32f_C1R>(win, srcStep, dst, dstStep, band, kLast, ks);
+bool ownFilterFastBand(const Lum32f* win, int srcStep, Lum32f* dst, int dstStep, LumSize band,
+                       const Lum32f* kLast, LumSize ks) {
+  return wideEnough(band, ks) && wholeBandWithScratch<Lum32f, ownFilter_32f_C1R>(
+                                     win, srcStep, dst, dstStep, band, kLast, ks);
 }
 
 LUM_END_BUILD

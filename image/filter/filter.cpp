@@ -53,8 +53,8 @@ struct FilterCall {
 
 template <class T>
 LumStatus filter(const FilterCall<T>& call) {
-  const LumStatus st = filterChecks(call.src, call.srcStep, call.dst, call.dstStep, call.roi,
-                                    call.kernel, call.ks);
+  const LumStatus st =
+      filterChecks(call.src, call.srcStep, call.dst, call.dstStep, call.roi, call.kernel, call.ks);
   if (st != lumStsNoErr) return st;
   ownFilterBands(call.roi, call.ks, &FilterCall<T>::band, const_cast<FilterCall<T>*>(&call));
   return lumStsNoErr;
@@ -79,13 +79,13 @@ void ownFilterBands(LumSize roi, LumSize kernelSize, FilterBandFn band, void* co
 
 LUM_END_BUILD
 
-#define LUM_FILTER_ENTRY(name, T, bandRoutine)                                                  \
-  extern "C" LumStatus LUM_ENTRY(name)(const T* pSrc, int srcStep, T* pDst, int dstStep,        \
-                                       LumSize dstRoiSize, const Lum32f* pKernel,               \
-                                       LumSize kernelSize, LumPoint anchor) {                   \
-    using namespace lum::LUM_TAG;                                                               \
-    return filter<T>({pSrc, srcStep, pDst, dstStep, dstRoiSize, pKernel, kernelSize, anchor,    \
-                      bandRoutine});                                                            \
+#define LUM_FILTER_ENTRY(name, T, bandRoutine)                                                 \
+  extern "C" LumStatus LUM_ENTRY(name)(const T* pSrc, int srcStep, T* pDst, int dstStep,       \
+                                       LumSize dstRoiSize, const Lum32f* pKernel,              \
+                                       LumSize kernelSize, LumPoint anchor) {                  \
+    using namespace lum::LUM_TAG;                                                              \
+    return filter<T>(                                                                          \
+        {pSrc, srcStep, pDst, dstStep, dstRoiSize, pKernel, kernelSize, anchor, bandRoutine}); \
   }
 LUM_FILTER_ENTRY(lumiFilter32f_8u_C1R, Lum8u, ownFilterDirect32f_8u_C1R)
 LUM_FILTER_ENTRY(lumiFilter32f_16s_C1R, Lum16s, ownFilterDirect32f_16s_C1R)

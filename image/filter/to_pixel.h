@@ -63,7 +63,9 @@ inline int roundHalfToEven(Sum s, int half) {
 
 // The nearest integer, ties to even, of a sum inside the type's range.
 template <class Sum>
-inline int nearestEven(Sum s) { return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1); }
+inline int nearestEven(Sum s) {
+  return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1);
+}
 inline int nearestEven(long double s) { return nearestByStoring(s); }
 
 // A NaN is told apart first, by the one comparison that raises nothing for a
@@ -92,17 +94,23 @@ struct FromSum;
 template <>
 struct FromSum<Lum8u> {
   template <class Sum>
-  static Lum8u pixel(Sum s) { return toPixel8u(s); }
+  static Lum8u pixel(Sum s) {
+    return toPixel8u(s);
+  }
 };
 template <>
 struct FromSum<Lum16s> {
   template <class Sum>
-  static Lum16s pixel(Sum s) { return toPixel16s(s); }
+  static Lum16s pixel(Sum s) {
+    return toPixel16s(s);
+  }
 };
 template <>
 struct FromSum<Lum32f> {
   template <class Sum>
-  static Lum32f pixel(Sum s) { return static_cast<Lum32f>(s); }
+  static Lum32f pixel(Sum s) {
+    return static_cast<Lum32f>(s);
+  }
 };
 
 LUM_END_BUILD

@@ -27,7 +27,9 @@ inline __m128 onePixel(const Lum16s* p) { return _mm_cvtsi32_ss(_mm_setzero_ps()
 inline __m128 onePixel(const Lum8u* p) { return _mm_cvtsi32_ss(_mm_setzero_ps(), loadPixel(p)); }
 
 inline __m128 fourPixels(const Lum32f* p) { return _mm_loadu_ps(p); }
-inline void eightPixels(const Lum32f* p, __m128& lo, __m128& hi) { lo = _mm_loadu_ps(p), hi = _mm_loadu_ps(p + 4); }
+inline void eightPixels(const Lum32f* p, __m128& lo, __m128& hi) {
+  lo = _mm_loadu_ps(p), hi = _mm_loadu_ps(p + 4);
+}
 
 #if LUM_BUILD == 1
 
@@ -40,8 +42,10 @@ LUM_MMX_LEAF inline void widenRow(const Lum8u* src, Lum32f* dst, int len) {
   int i = 0;
   for (; i + 8 <= len; i += 8) {
     const __m64 v = vLoad(src + i), lo = _mm_unpacklo_pi8(v, zero), hi = _mm_unpackhi_pi8(v, zero);
-    _mm_store_ps(dst + i, _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(lo, zero), _mm_unpackhi_pi16(lo, zero)));
-    _mm_store_ps(dst + i + 4, _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(hi, zero), _mm_unpackhi_pi16(hi, zero)));
+    _mm_store_ps(dst + i,
+                 _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(lo, zero), _mm_unpackhi_pi16(lo, zero)));
+    _mm_store_ps(dst + i + 4,
+                 _mm_cvtpi32x2_ps(_mm_unpacklo_pi16(hi, zero), _mm_unpackhi_pi16(hi, zero)));
   }
   _mm_empty();
   for (; i < len; ++i) storePixel(dst + i, static_cast<Lum32f>(loadPixel(src + i)));
@@ -65,7 +69,8 @@ inline __m128 fourPixels(const Lum8u* p) {
   return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(bits)));
 #else
   const __m128i zero = _mm_setzero_si128();
-  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+  return _mm_cvtepi32_ps(
+      _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
 #endif
 }
 inline __m128 fourPixels(const Lum16s* p) {
@@ -79,16 +84,19 @@ inline __m128 fourPixels(const Lum16s* p) {
 inline void eightPixels(const Lum8u* p, __m128& lo, __m128& hi) {
   const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
 #if LUM_BUILD >= 5
-  lo = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(v)), hi = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_srli_si128(v, 4)));
+  lo = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(v)),
+  hi = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_srli_si128(v, 4)));
 #else
   const __m128i zero = _mm_setzero_si128(), w = _mm_unpacklo_epi8(v, zero);
-  lo = _mm_cvtepi32_ps(_mm_unpacklo_epi16(w, zero)), hi = _mm_cvtepi32_ps(_mm_unpackhi_epi16(w, zero));
+  lo = _mm_cvtepi32_ps(_mm_unpacklo_epi16(w, zero)),
+  hi = _mm_cvtepi32_ps(_mm_unpackhi_epi16(w, zero));
 #endif
 }
 inline void eightPixels(const Lum16s* p, __m128& lo, __m128& hi) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 #if LUM_BUILD >= 5
-  lo = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v)), hi = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_srli_si128(v, 8)));
+  lo = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v)),
+  hi = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_srli_si128(v, 8)));
 #else
   lo = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
   hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));

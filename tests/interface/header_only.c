@@ -20,8 +20,8 @@ int lum_header_only_check(void) {
   Lum64u clocks = 0;
   LumStatus (*mul)(const Lum8u*, int, const Lum8u*, int, Lum8u*, int, LumSize, int) =
       lumiMul_8u_C1RSfs;
-  LumStatus (*filter)(const Lum32f*, int, Lum32f*, int, LumSize, const Lum32f*, LumSize,
-                      LumPoint) = lumiFilter_32f_C1R;
+  LumStatus (*filter)(const Lum32f*, int, Lum32f*, int, LumSize, const Lum32f*, LumSize, LumPoint) =
+      lumiFilter_32f_C1R;
   (void)clocks;
   return (mul != 0) + (filter != 0) + size.width + anchor.x + (lumStsNoErr == 0) +
          (int)sizeof(LumLibraryVersion) + (int)sizeof(LumCpuIdent) + (lumCpuSse41 == 68);

@@ -14,9 +14,13 @@ struct CountingHooks {
   static inline size_t asked = 0;
   static inline void *given = nullptr, *freed = nullptr;
   static inline bool fail = false;
-  static void* alloc(size_t n) { return ++mallocs, asked = n, given = fail ? nullptr : std::malloc(n ? n : 1); }
+  static void* alloc(size_t n) {
+    return ++mallocs, asked = n, given = fail ? nullptr : std::malloc(n ? n : 1);
+  }
   static void release(void* p) { ++frees, freed = p, std::free(p); }
-  explicit CountingHooks(bool failing) { mallocs = frees = 0, fail = failing, i_malloc = alloc, i_free = release; }
+  explicit CountingHooks(bool failing) {
+    mallocs = frees = 0, fail = failing, i_malloc = alloc, i_free = release;
+  }
   ~CountingHooks() { i_malloc = std::malloc, i_free = std::free; }
 };
 

@@ -18,13 +18,15 @@ inline bool buildSupported(int k) { return processorRunsBuild(k); }
 class PerBuild : public testing::TestWithParam<int> {
  protected:
   void SetUp() override {
-    if (!lumtest::buildSupported(build())) GTEST_SKIP() << "this processor cannot run build k" << build();
+    if (!lumtest::buildSupported(build()))
+      GTEST_SKIP() << "this processor cannot run build k" << build();
   }
   int build() const { return GetParam(); }
 };
 
-#define LUM_INSTANTIATE_PER_BUILD(Fixture)                                                  \
-  INSTANTIATE_TEST_SUITE_P(Builds, Fixture, testing::Range(0, ::lumtest::kNumBuilds),       \
-                           [](const testing::TestParamInfo<int>& i) { return "k" + std::to_string(i.param); })
+#define LUM_INSTANTIATE_PER_BUILD(Fixture)                       \
+  INSTANTIATE_TEST_SUITE_P(                                      \
+      Builds, Fixture, testing::Range(0, ::lumtest::kNumBuilds), \
+      [](const testing::TestParamInfo<int>& i) { return "k" + std::to_string(i.param); })
 
 #endif

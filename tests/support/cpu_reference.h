@@ -11,7 +11,9 @@
 namespace lumref {
 
 // Leaves 0, 1, 2, 4, 0x80000000 and 0x80000001 (sub-leaf 0): EAX, EBX, ECX, EDX.
-struct Leaves { uint32_t l0[4], l1[4], l2[4], l4[4], x0[4], x1[4]; };
+struct Leaves {
+  uint32_t l0[4], l1[4], l2[4], l4[4], x0[4], x1[4];
+};
 Leaves readLeaves(void (*cpuid)(uint32_t regs[4], uint32_t leaf));
 bool isGenuineTorva(const Leaves& s);
 // The highest build whose instruction set leaf 1 shows, each level on top of

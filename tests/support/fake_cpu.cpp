@@ -13,7 +13,8 @@ FakeCpu* g_cpu = nullptr;
 CpuLeaves cpuLeaves(const char* vendor, Lum32u maxLeaf) {
   CpuRegs l0;  // the vendor string spread over EBX, EDX, ECX
   l0.eax = maxLeaf;
-  std::memcpy(&l0.ebx, vendor, 4), std::memcpy(&l0.edx, vendor + 4, 4), std::memcpy(&l0.ecx, vendor + 8, 4);
+  std::memcpy(&l0.ebx, vendor, 4), std::memcpy(&l0.edx, vendor + 4, 4),
+      std::memcpy(&l0.ecx, vendor + 8, 4);
   return {{0, l0}, {0x80000000u, {0x80000001u}}};
 }
 

@@ -11,7 +11,9 @@
 
 namespace lumtest {
 
-struct CpuRegs { Lum32u eax = 0, ebx = 0, ecx = 0, edx = 0; };
+struct CpuRegs {
+  Lum32u eax = 0, ebx = 0, ecx = 0, edx = 0;
+};
 using CpuLeaves = std::map<Lum32u, CpuRegs>;
 
 // Leaf 0 with a vendor string of twelve characters and the highest basic

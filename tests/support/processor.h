@@ -9,9 +9,12 @@ namespace lumtest {
 // Each build needs the instruction sets of the builds below it, and its own.
 inline bool processorRunsBuild(int k) {
   __builtin_cpu_init();
-  const int own[] = {true, __builtin_cpu_supports("mmx") && __builtin_cpu_supports("sse"),
-                     __builtin_cpu_supports("sse2"), __builtin_cpu_supports("sse3"),
-                     __builtin_cpu_supports("ssse3"), __builtin_cpu_supports("sse4.1")};
+  const int own[] = {true,
+                     __builtin_cpu_supports("mmx") && __builtin_cpu_supports("sse"),
+                     __builtin_cpu_supports("sse2"),
+                     __builtin_cpu_supports("sse3"),
+                     __builtin_cpu_supports("ssse3"),
+                     __builtin_cpu_supports("sse4.1")};
   return k >= 0 && k <= 5 && own[k] && (k == 0 || processorRunsBuild(k - 1));
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing lum needs on Debian 12 x86-64: the i386
-# multiarch toolchain, GoogleTest and Google Benchmark for i386, qemu-user and
-# Ninja. Quick and silent when everything is already there.
+# multiarch toolchain, GoogleTest and Google Benchmark for i386, qemu-user,
+# Ninja and clang-format. Quick and silent when everything is already there.
 #   scripts/setup.sh [packaging] [abi] [charts] [fuzz] [valgrind]
 # Each named group adds the tools of one step, for the scripts that run it:
 #   packaging  lintian and fakeroot, for the test that builds and installs the .deb files
@@ -14,7 +14,7 @@
 set -euo pipefail
 
 packages=(
-  g++-multilib cmake ninja-build pkg-config qemu-user binutils python3
+  g++-multilib cmake ninja-build pkg-config qemu-user binutils python3 clang-format
   libgtest-dev:i386 libbenchmark-dev:i386 libgomp1:i386
   lib32asan8 lib32ubsan1
 )

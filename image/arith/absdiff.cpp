@@ -15,7 +15,7 @@
 // store and prefetch: a region larger than the cache is written past it,
 // and a kernel that streams ends with a store fence, so that a thread that
 // waits for the caller's next store never reads stale pixels.
-#include "image/arith/int_vec.h"
+#include "image/int_vec.h"
 
 LUM_BEGIN_BUILD
 

@@ -7,7 +7,6 @@
 #ifndef LUM_IMAGE_ARITH_DIV_RULE_H
 #define LUM_IMAGE_ARITH_DIV_RULE_H
 
-#include "image/arith/scale_rule.h"
 #include "image/build.h"
 
 LUM_BEGIN_BUILD

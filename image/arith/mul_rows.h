@@ -13,7 +13,7 @@
 #ifndef LUM_IMAGE_ARITH_MUL_ROWS_H
 #define LUM_IMAGE_ARITH_MUL_ROWS_H
 
-#include "image/arith/int_vec.h"
+#include "image/int_vec.h"
 #include "image/arith/scale_rule.h"
 #include "image/build.h"
 

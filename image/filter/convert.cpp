@@ -29,8 +29,8 @@
 
 #include <limits.h>
 
-#include "image/arith/int_vec.h"
-#include "image/arith/scale_rule.h"
+#include "image/int_vec.h"
+#include "image/saturate.h"
 #include "image/filter/to_pixel.h"
 LUM_BEGIN_BUILD
 

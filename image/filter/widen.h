@@ -14,7 +14,7 @@
 
 #if LUM_BUILD >= 1
 
-#include "image/arith/int_vec.h"
+#include "image/int_vec.h"
 
 LUM_BEGIN_BUILD
 

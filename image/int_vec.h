@@ -12,8 +12,8 @@
 // routine that fences it (image/build.h).
 //
 // Included by per-build sources after image/build.h; empty in k0.
-#ifndef LUM_IMAGE_ARITH_INT_VEC_H
-#define LUM_IMAGE_ARITH_INT_VEC_H
+#ifndef LUM_IMAGE_INT_VEC_H
+#define LUM_IMAGE_INT_VEC_H
 
 #include "image/build.h"
 

@@ -133,8 +133,7 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1
                                                    const Lum16s* pSrc2, int src2Step, Lum16s* pDst,
                                                    int dstStep, LumSize roiSize, int scaleFactor) {
   using namespace lum::LUM_TAG;
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
+  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
 
   const MulCase c = mulCase16s(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);

@@ -150,8 +150,7 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1St
                                                   const Lum8u* pSrc2, int src2Step, Lum8u* pDst,
                                                   int dstStep, LumSize roiSize, int scaleFactor) {
   using namespace lum::LUM_TAG;
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
+  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
 
   const MulCase c = mulCase8u(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_8u_C1R)(0, pDst, dstStep, roiSize);

@@ -1,5 +1,5 @@
 // What the multiplications share in one build: the row driver of the vector
-// kernels and the row loop of the image functions.
+// kernels, and the checks and the row loop of the image functions.
 //
 // A case of a multiplication is an operation type Op with
 //   kMinRow, kBlock      rows shorter than kMinRow are done pixel by pixel;
@@ -16,6 +16,7 @@
 #include "image/int_vec.h"
 #include "image/arith/scale_rule.h"
 #include "image/build.h"
+#include "image/checks.h"
 
 LUM_BEGIN_BUILD
 
@@ -123,6 +124,13 @@ LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) 
 }
 
 #endif  // LUM_BUILD >= 1
+
+// The image functions' checks: a null pointer, then a size below 1 (height
+// first). Steps are not checked: zero and negative ones are taken as given.
+inline LumStatus mulChecks(const void* pSrc1, const void* pSrc2, const void* pDst,
+                           LumSize roiSize) {
+  return firstFailing(pointers(pSrc1, pSrc2, pDst), sizes(roiSize.height, roiSize.width));
+}
 
 // The image loop of one case. The generic build has no row kernels and runs
 // the case as a plain loop over the operation made by makeOp(), on the

@@ -29,6 +29,7 @@
 
 #include <limits.h>
 
+#include "image/checks.h"
 #include "image/int_vec.h"
 #include "image/saturate.h"
 #include "image/filter/to_pixel.h"
@@ -287,8 +288,7 @@ void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
 template <class T, void (*rounded)(const Lum32f*, T*, int, int, int),
           void (*away)(const Lum32f*, T*, int, int)>
 LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  if (src == nullptr || dst == nullptr) return lumStsNullPtrErr;
-  if (len < 1) return lumStsSizeErr;
+  if (const LumStatus st = firstFailing(pointers(src, dst), sizes(len))) return st;
   if (mode == 0 || mode == 1)
     rounded(src, dst, len, mode, scaleFactor);
   else

@@ -17,7 +17,7 @@ struct Mul16sPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   LUM_MMX_INLINE Mul16sPlainOp() {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulPlain<Lum16s>(a, b); }
 #if LUM_BUILD >= 1
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products16s p = vMul16s(a, b);
@@ -34,7 +34,7 @@ struct Mul16sRightShiftOp {
   static constexpr int kBlock = kBuild == 1 ? 4 : 8;
   int s;
   LUM_MMX_INLINE explicit Mul16sRightShiftOp(int shift) : s(shift) {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulRightShift<Lum16s>(a, b, s); }
 #if LUM_BUILD >= 1
   // The bit (p >> s) & 1 is taken as a mask: all ones where bit s of p is
   // set, subtracted to add 1 (one operation less than a shift by a count).
@@ -55,7 +55,7 @@ struct Mul16sHalfOp {
   static constexpr int kMinRow = Mul16sRightShiftOp::kMinRow;
   static constexpr int kBlock = Mul16sRightShiftOp::kBlock;
   LUM_MMX_INLINE Mul16sHalfOp() {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulHalf<Lum16s>(a, b); }
 #if LUM_BUILD >= 1
   Vec one = vSet32(1);
   LUM_MMX_INLINE Vec round(Vec p) const {
@@ -135,7 +135,7 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1
   using namespace lum::LUM_TAG;
   if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
 
-  const MulCase c = mulCase16s(scaleFactor);
+  const MulCase c = mulCase<Lum16s>(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);
   const auto rows = [&](const auto& makeOp, const auto& kernel) {
     mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,

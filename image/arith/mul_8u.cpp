@@ -32,7 +32,7 @@ struct Mul8uPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
   static constexpr int kBlock = 16;
   LUM_MMX_INLINE Mul8uPlainOp() {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uPlain(a, b); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulPlain<Lum8u>(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255);
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
@@ -47,7 +47,7 @@ struct Mul8uHalfOp {
   static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   LUM_MMX_INLINE Mul8uHalfOp() {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulHalf<Lum8u>(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
   LUM_MMX_INLINE Vec round(Vec p) const {
@@ -73,7 +73,7 @@ struct Mul8uRightShiftOp {
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   int s;
   LUM_MMX_INLINE explicit Mul8uRightShiftOp(int shift) : s(shift) {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulRightShift<Lum8u>(a, b, s); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
   Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vSet16(1 << (17 - s));
@@ -152,7 +152,7 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1St
   using namespace lum::LUM_TAG;
   if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
 
-  const MulCase c = mulCase8u(scaleFactor);
+  const MulCase c = mulCase<Lum8u>(scaleFactor);
   if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_8u_C1R)(0, pDst, dstStep, roiSize);
   const auto rows = [&](const auto& makeOp, const auto& kernel) {
     mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,

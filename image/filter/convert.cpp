@@ -77,12 +77,12 @@ struct Pixel;
 template <>
 struct Pixel<Lum8u> {
   static constexpr float kMaxF = 255.0f, kMinF = 0.0f;
-  static Lum8u narrow(int n) { return static_cast<Lum8u>(saturate8u(n)); }
+  static Lum8u narrow(int n) { return saturate<Lum8u>(n); }
 };
 template <>
 struct Pixel<Lum16s> {
   static constexpr float kMaxF = 32767.0f, kMinF = -32768.0f;
-  static Lum16s narrow(int n) { return static_cast<Lum16s>(saturate16s(n)); }
+  static Lum16s narrow(int n) { return saturate<Lum16s>(n); }
 };
 
 // Scale factors 127..149 make the multiplier a denormal, which the caller's

@@ -127,47 +127,24 @@ LUM_MMX_LEAF void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d,
 }
 #endif
 
+namespace {
+
+// The cases of 16s, for mulScaledImage (mul_rows.h).
+struct Mul16sCases {
+  using T = Lum16s;
+  static constexpr long long kPixelsPerThread = kMul16sPixelsPerThread;
+  static constexpr auto fill = LUM_ENTRY(lumiSet_16s_C1R);
+  using Plain = Mul16sPlainOp;
+  using SignOnly = Mul16sSignOnlyOp;
+  using LeftShift = Mul16sLeftShiftOp;
+  using Half = Mul16sHalfOp;
+  using RightShift = Mul16sRightShiftOp;
+  static constexpr auto plain = ownsMul_16s, signOnly = ownsMul_16s_Bound, half = ownsMul_16s_1Sfs;
+  static constexpr auto leftShift = ownsMul_16s_NegSfs, rightShift = ownsMul_16s_PosSfs;
+};
+
+}  // namespace
+
 LUM_END_BUILD
 
-extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1Step,
-                                                   const Lum16s* pSrc2, int src2Step, Lum16s* pDst,
-                                                   int dstStep, LumSize roiSize, int scaleFactor) {
-  using namespace lum::LUM_TAG;
-  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
-
-  const MulCase c = mulCase<Lum16s>(scaleFactor);
-  if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);
-  const auto rows = [&](const auto& makeOp, const auto& kernel) {
-    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
-                 lum::kMul16sPixelsPerThread);
-  };
-  switch (c) {
-    case MulCase::Plain:
-      rows([] { return Mul16sPlainOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s(a, b, d, n); });
-      break;
-    case MulCase::SignOnly:
-      rows([] { return Mul16sSignOnlyOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s_Bound(a, b, d, n); });
-      break;
-    case MulCase::LeftShift: {
-      const int k = -scaleFactor;
-      rows([k] { return Mul16sLeftShiftOp(k); },
-           [k](auto a, auto b, auto d, int n) { ownsMul_16s_NegSfs(a, b, d, n, k); });
-      break;
-    }
-    case MulCase::Half:
-      rows([] { return Mul16sHalfOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s_1Sfs(a, b, d, n); });
-      break;
-    case MulCase::RightShift: {
-      const int s = scaleFactor;
-      rows([s] { return Mul16sRightShiftOp(s); },
-           [s](auto a, auto b, auto d, int n) { ownsMul_16s_PosSfs(a, b, d, n, s); });
-      break;
-    }
-    case MulCase::Zero:
-      break;
-  }
-  return lumStsNoErr;
-}
+LUM_MUL_SCALED_ENTRY(lumiMul_16s_C1RSfs, Lum16s, Mul16sCases)

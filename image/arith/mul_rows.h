@@ -169,6 +169,62 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
   }
 }
 
+// The image function of a scaled integer multiplication (8u, 16s): the
+// checks, then the case of the scale factor: the region filled with 0, or
+// the rows of that case's operation. Cases describes a pixel type: T,
+// kPixelsPerThread and fill(value, pDst, dstStep, roiSize); for each case its operation (Plain,
+// SignOnly, LeftShift(k), Half, RightShift(s)) and row kernel (plain, signOnly, leftShift, half,
+// rightShift: k1..k5 only, named in generic lambdas that the generic build never calls).
+template <class Cases, class T = typename Cases::T>
+LUM_ALWAYS_INLINE LumStatus mulScaledImage(const T* pSrc1, int src1Step, const T* pSrc2,
+                                           int src2Step, T* pDst, int dstStep, LumSize roiSize,
+                                           int scaleFactor) {
+  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
+  const MulCase c = mulCase<T>(scaleFactor);
+  if (c == MulCase::Zero) return Cases::fill(0, pDst, dstStep, roiSize);
+  const auto rows = [&](const auto& makeOp, const auto& kernel) {
+    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
+                 Cases::kPixelsPerThread);
+  };
+  switch (c) {
+    case MulCase::Plain:
+      rows([] { return typename Cases::Plain(); },
+           [](auto a, auto b, auto d, int n) { Cases::plain(a, b, d, n); });
+      break;
+    case MulCase::SignOnly:
+      rows([] { return typename Cases::SignOnly(); },
+           [](auto a, auto b, auto d, int n) { Cases::signOnly(a, b, d, n); });
+      break;
+    case MulCase::LeftShift: {
+      const int k = -scaleFactor;
+      rows([k] { return typename Cases::LeftShift(k); },
+           [k](auto a, auto b, auto d, int n) { Cases::leftShift(a, b, d, n, k); });
+      break;
+    }
+    case MulCase::Half:
+      rows([] { return typename Cases::Half(); },
+           [](auto a, auto b, auto d, int n) { Cases::half(a, b, d, n); });
+      break;
+    case MulCase::RightShift: {
+      const int s = scaleFactor;
+      rows([s] { return typename Cases::RightShift(s); },
+           [s](auto a, auto b, auto d, int n) { Cases::rightShift(a, b, d, n, s); });
+      break;
+    }
+    case MulCase::Zero:
+      break;
+  }
+  return lumStsNoErr;
+}
+
+// The C entry of a scaled integer multiplication through mulScaledImage.
+#define LUM_MUL_SCALED_ENTRY(name, T, Cases)                                                       \
+  extern "C" LumStatus LUM_ENTRY(name)(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, \
+                                       T* pDst, int dstStep, LumSize roiSize, int scaleFactor) {   \
+    return lum::LUM_TAG::mulScaledImage<lum::LUM_TAG::Cases>(pSrc1, src1Step, pSrc2, src2Step,     \
+                                                             pDst, dstStep, roiSize, scaleFactor); \
+  }
+
 LUM_END_BUILD
 
 #endif

@@ -298,33 +298,25 @@ LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor)
 
 }  // namespace
 
-void ownlumsCnvrt_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
-                            int scaleFactor) {
-  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
-}
-void ownlumsCnvrtFin_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int scaleFactor) {
-  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
-}
-LumStatus lumsConvert_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
-                                int scaleFactor) {
-  return convert<Lum8u, ownlumsCnvrt_32f8u_Sfs, ownlumsCnvrtFin_32f8u_Sfs>(pSrc, pDst, len, rndMode,
-                                                                           scaleFactor);
-}
-
+// The named row conversions of one pixel type: its two own kernels and the
+// checked row function over them.
+#define LUM_CONVERT_ROWS(name, T)                                                                \
+  void ownlumsCnvrt_##name(const Lum32f* pSrc, T* pDst, int len, int rndMode, int scaleFactor) { \
+    convertRounded(pSrc, pDst, len, rndMode, scaleFactor);                                       \
+  }                                                                                              \
+  void ownlumsCnvrtFin_##name(const Lum32f* pSrc, T* pDst, int len, int scaleFactor) {           \
+    convertAwayFromZero(pSrc, pDst, len, scaleFactor);                                           \
+  }                                                                                              \
+  LumStatus lumsConvert_##name(const Lum32f* pSrc, T* pDst, int len, int rndMode,                \
+                               int scaleFactor) {                                                \
+    return convert<T, ownlumsCnvrt_##name, ownlumsCnvrtFin_##name>(pSrc, pDst, len, rndMode,     \
+                                                                   scaleFactor);                 \
+  }
+LUM_CONVERT_ROWS(32f8u_Sfs, Lum8u)
 #if LUM_BUILD >= 2
-void ownlumsCnvrt_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
-                             int scaleFactor) {
-  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
-}
-void ownlumsCnvrtFin_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int scaleFactor) {
-  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
-}
-LumStatus lumsConvert_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
-                                 int scaleFactor) {
-  return convert<Lum16s, ownlumsCnvrt_32f16s_Sfs, ownlumsCnvrtFin_32f16s_Sfs>(pSrc, pDst, len,
-                                                                              rndMode, scaleFactor);
-}
+LUM_CONVERT_ROWS(32f16s_Sfs, Lum16s)
 #endif
+#undef LUM_CONVERT_ROWS
 
 LUM_END_BUILD
 

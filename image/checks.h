@@ -42,7 +42,7 @@ LUM_ALWAYS_INLINE Check<kStatus, Failed> failsWith(Failed failed) {
 // lumStsNullPtrErr where any pointer is null.
 template <class... P>
 LUM_ALWAYS_INLINE auto pointers(const P*... p) {
-  return failsWith<lumStsNullPtrErr>([=] { return ((p == nullptr) || ...); });
+  return failsWith<lumStsNullPtrErr>([=] { return ((p == nullptr) | ...); });
 }
 
 // lumStsSizeErr where any width, height or length is below 1.

@@ -1,11 +1,13 @@
-// Build selection: lumStaticInitCpu, the address tables, the stubs and the
-// six version records.
+// Build selection: the list of builds, lumStaticInitCpu, the address tables, the stubs and the
+// version records.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/lum_internal.h"
@@ -13,10 +15,26 @@
 
 namespace {
 
+// Build kN has index N, the builds listed in index order from 0, as many as the public tables have
+// entries; the lists from k1 and from k2 are the list's tail from there.
+TEST(Builds, EachTagNamesItsIndexInOrder) {
+#define LUM_TAG_AND_INDEX(tag, index, ...) {#tag, index},
+  using Listed = std::vector<std::pair<std::string, int>>;
+  const Listed all = { LUM_FOR_EACH_BUILD(LUM_TAG_AND_INDEX) };
+  const Listed fromK1 = { LUM_FOR_EACH_BUILD_FROM_K1(LUM_TAG_AND_INDEX) };
+  const Listed fromK2 = { LUM_FOR_EACH_BUILD_FROM_K2(LUM_TAG_AND_INDEX) };
+#undef LUM_TAG_AND_INDEX
+  ASSERT_EQ(all.size(), std::size(lumiGetLibVersion_arraddr));
+  for (int k = 0; k < int(all.size()); ++k)
+    EXPECT_EQ(all[k], std::make_pair("k" + std::to_string(k), k));
+  EXPECT_TRUE(std::equal(fromK1.begin(), fromK1.end(), all.begin() + 1, all.end()));
+  EXPECT_TRUE(std::equal(fromK2.begin(), fromK2.end(), all.begin() + 2, all.end()));
+}
+
 TEST(StaticInitCpu, ListedCodesSelectTheirBuildOthersAreRefused) {
   lumtest::IndexScope restoreIndex;
   lumtest::ThreadCountScope restoreThreads(1);
-  const std::vector<Lum32u> listed[6] = {
+  const std::vector<Lum32u> listed[LUM_NUM_BUILDS] = {
       {0, 1, 2, 3, 4, 0xFFFFFFFFu}, {5, 16, 17, 64},  {6, 7, 9, 65},
       {8, 10, 11, 32, 66},          {33, 34, 36, 67}, {35, 37, 68, 69}};
   for (Lum32u i = 0; i < 2 * 132; ++i) {
@@ -24,7 +42,7 @@ TEST(StaticInitCpu, ListedCodesSelectTheirBuildOthersAreRefused) {
     const Lum32u code = i / 2 <= 128 ? i / 2 : 0xFFFFFFFFu - (i / 2 - 129) * 0x3FFFFFFFu;
     const int before = i % 2 ? 1 : 3;
     int build = -1;
-    for (int k = 0; k < 6; ++k)
+    for (int k = 0; k < LUM_NUM_BUILDS; ++k)
       build = std::count(listed[k].begin(), listed[k].end(), code) ? k : build;
     lumJumpIndexForMergedLibs = before;
     ASSERT_EQ(lumSetNumThreads(omp_get_num_procs() + 7), lumStsNoErr);
@@ -36,13 +54,11 @@ TEST(StaticInitCpu, ListedCodesSelectTheirBuildOthersAreRefused) {
   }
 }
 
-// Entry k of each table is build k of that function; the version stub at
-// index k returns build k's record, and the six differ only in tag and name.
-#define EXPECT_TABLE_OF(f)                                                          \
-  for (int k = 0; k < 6; ++k) {                                                     \
-    const decltype(&f) builds[] = {k0_##f, k1_##f, k2_##f, k3_##f, k4_##f, k5_##f}; \
-    EXPECT_EQ(f##_arraddr[k], builds[k]) << #f << " entry " << k;                   \
-  }
+// Entry k of each table is build k of that function (the build the list gives index k); the
+// version stub at index k returns build k's record, and the records differ only in tag and name.
+#define LUM_EXPECT_ENTRY(tag, index, f) \
+  EXPECT_EQ(f##_arraddr[index], tag##_##f) << #f << " entry " << index;
+#define EXPECT_TABLE_OF(f) LUM_FOR_EACH_BUILD(LUM_EXPECT_ENTRY, f)
 
 TEST(Dispatch, TablesStubsAndVersionRecords) {
   EXPECT_TABLE_OF(lumiGetLibVersion);
@@ -52,7 +68,7 @@ TEST(Dispatch, TablesStubsAndVersionRecords) {
   static_assert(offsetof(LumLibraryVersion, targetCpu) == 16 && sizeof(LumLibraryVersion) == 32,
                 "record layout");
   lumtest::IndexScope restoreIndex;
-  for (int k = 0; k < 6; ++k) {
+  for (int k = 0; k < LUM_NUM_BUILDS; ++k) {
     lumJumpIndexForMergedLibs = k;
     const LumLibraryVersion *v = lumiGetLibVersion(), *k0 = lumiGetLibVersion_arraddr[0]();
     const char tag[4] = {'k', static_cast<char>('0' + k), 0, 0};  // NUL-padded

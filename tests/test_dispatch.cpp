@@ -1,11 +1,14 @@
-// Build selection: the list of builds, lumStaticInitCpu, the address tables, the stubs and the
-// version records.
+// Build selection: the list of builds, lumStaticInitCpu, the address tables, the stubs, the
+// version records and the export list of the dispatched functions.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <iterator>
+#include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +84,39 @@ TEST(Dispatch, TablesStubsAndVersionRecords) {
     EXPECT_TRUE(v->version == k0->version && v->buildDate == k0->buildDate)
         << "shared by all records: " << k;
   }
+}
+
+// The export list (core/lum.map) names every dispatched function and its table, and no table of
+// anything else: a line of dispatched.def alone would build and dispatch a function that the
+// library does not export.
+TEST(ExportList, NamesEveryDispatchedFunctionAndItsTable) {
+  std::ifstream map(LUM_EXPORT_LIST);
+  ASSERT_TRUE(map) << "cannot read " << LUM_EXPORT_LIST;
+  std::set<std::string> exported;
+  bool global = false;
+  for (std::string line, first; std::getline(map, line);) {
+    std::istringstream(line) >> first;
+    if (first == "global:" || first == "local:")
+      global = first == "global:";
+    else if (global && first.size() > 1 && first.back() == ';')
+      exported.insert(first.substr(0, first.size() - 1));
+    first.clear();
+  }
+  const std::vector<std::string> dispatched = {
+#define LUM_DISPATCHED(ret, name, params, args) #name,
+#include "core/dispatched.def"
+#undef LUM_DISPATCHED
+  };
+  ASSERT_FALSE(dispatched.empty());
+  for (const std::string& name : dispatched)
+    EXPECT_TRUE(exported.count(name) && exported.count(name + "_arraddr")) << name;
+  const std::string table = "_arraddr";
+  EXPECT_EQ(std::count_if(exported.begin(), exported.end(),
+                          [&](const std::string& s) {
+                            return s.size() > table.size() &&
+                                   s.compare(s.size() - table.size(), table.size(), table) == 0;
+                          }),
+            std::ptrdiff_t(dispatched.size()));
 }
 
 }  // namespace

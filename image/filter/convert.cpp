@@ -222,7 +222,7 @@ Lum8u awayFromZeroOne(const Lum32f* p, long double m) {
   const long double v = static_cast<long double>(loadPixel(p)) * m;
   if (v != v || v <= 0) return 0;
   if (v >= 255) return 255;
-  const int n = truncateByChopping(v);
+  const int n = x87TruncateToInt(v);
   return static_cast<Lum8u>(v - n >= 0.5L ? n + 1 : n);
 }
 

@@ -16,8 +16,29 @@ LUM_BEGIN_BUILD
 
 // ---- Saturation ------------------------------------------------------------
 
-LUM_MMX_INLINE int saturate8u(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
-LUM_MMX_INLINE int saturate16s(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 : v); }
+// The values of an integer pixel type.
+template <class T>
+struct PixelRange;
+template <>
+struct PixelRange<Lum8u> {
+  static constexpr int kLowest = 0, kHighest = 255;
+};
+template <>
+struct PixelRange<Lum16s> {
+  static constexpr int kLowest = -32768, kHighest = 32767;
+};
+
+// v saturated to the range of the pixel type T: as an int, for arithmetic
+// that goes on, and as the pixel.
+template <class T>
+LUM_MMX_INLINE int saturateTo(int v) {
+  return v < PixelRange<T>::kLowest ? PixelRange<T>::kLowest
+                                    : (v > PixelRange<T>::kHighest ? PixelRange<T>::kHighest : v);
+}
+template <class T>
+LUM_MMX_INLINE T saturate(int v) {
+  return static_cast<T>(saturateTo<T>(v));
+}
 
 // ---- Rounding right shifts ---------------------------------------------------
 

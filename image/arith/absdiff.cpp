@@ -15,6 +15,7 @@
 // store and prefetch: a region larger than the cache is written past it,
 // and a kernel that streams ends with a store fence, so that a thread that
 // waits for the caller's next store never reads stale pixels.
+#include "image/checks.h"
 #include "image/int_vec.h"
 
 LUM_BEGIN_BUILD
@@ -26,12 +27,9 @@ namespace {
 // are whole pixels.
 LumStatus absDiffChecks(const void* a, int aStep, const void* b, int bStep, const void* d,
                         int dStep, LumSize roi, int pixelBytes) {
-  if (a == nullptr || b == nullptr || d == nullptr) return lumStsNullPtrErr;
-  if (roi.width < 1 || roi.height < 1) return lumStsSizeErr;
-  const long long rowBytes = static_cast<long long>(roi.width) * pixelBytes;
-  if (aStep < rowBytes || bStep < rowBytes || dStep < rowBytes) return lumStsStepErr;
-  if (((aStep | bStep | dStep) & (pixelBytes - 1)) != 0) return lumStsStepNotPixelMultipleErr;
-  return lumStsNoErr;
+  return firstFailing(pointers(a, b, d), sizes(roi.width, roi.height),
+                      steps(bytesOfPixels(roi.width, pixelBytes), aStep, bStep, dStep),
+                      wholePixelSteps(pixelBytes, aStep, bStep, dStep));
 }
 
 // ---- One pixel ------------------------------------------------------------------

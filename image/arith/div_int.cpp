@@ -68,13 +68,12 @@ inline Lum16s div16sExtended(int a, int b, long double f, bool positiveScale) {
 }
 
 template <class T, class Pixel>
-inline bool divRowExtended(const T* a, const T* b, T* d, int len, const Pixel& pixel,
-                           T (*byZero)(int)) {
+inline bool divRowExtended(const T* a, const T* b, T* d, int len, const Pixel& pixel) {
   bool zero = false;
   for (int i = 0; i < len; ++i) {
     const int x = loadPixel(a + i), y = loadPixel(b + i);
     if (x == 0) zero = true;
-    storePixel(d + i, x == 0 ? byZero(y) : pixel(x, y));
+    storePixel(d + i, x == 0 ? divByZero<T>(y) : pixel(x, y));
   }
   return zero;
 }
@@ -391,8 +390,9 @@ struct Div16sShiftedBlock {
 inline __m128i div16sByZeroLanes(__m128i b) {
   const __m128i z = _mm_setzero_si128();
   return _mm_or_si128(
-      _mm_and_si128(_mm_cmpgt_epi16(b, z), _mm_set1_epi16(kDiv16sHighest)),
-      _mm_and_si128(_mm_cmpgt_epi16(z, b), _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+      _mm_and_si128(_mm_cmpgt_epi16(b, z), _mm_set1_epi16(PixelRange<Lum16s>::kHighest)),
+      _mm_and_si128(_mm_cmpgt_epi16(z, b),
+                    _mm_set1_epi16(static_cast<short>(PixelRange<Lum16s>::kLowest))));
 }
 
 // Every quotient of a nonzero divisor rounds to 0: zero divisors take the table.
@@ -403,8 +403,9 @@ struct Div8uZeroBlock {
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a), z = _mm_setzero_si128();
     zeros.note(av);
-    const __m128i byZero = _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), z),
-                                            _mm_set1_epi8(static_cast<char>(kDiv8uHighest)));
+    const __m128i byZero =
+        _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), z),
+                         _mm_set1_epi8(static_cast<char>(PixelRange<Lum8u>::kHighest)));
     store16B(d, _mm_and_si128(_mm_cmpeq_epi8(av, z), byZero));
     return zeros;
   }
@@ -431,7 +432,7 @@ struct Div8uSignOnlyBlock {
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     zeros.note(load16B(a));
     store16B(d, _mm_andnot_si128(_mm_cmpeq_epi8(load16B(b), _mm_setzero_si128()),
-                                 _mm_set1_epi8(static_cast<char>(kDiv8uHighest))));
+                                 _mm_set1_epi8(static_cast<char>(PixelRange<Lum8u>::kHighest))));
     return zeros;
   }
 };
@@ -443,9 +444,9 @@ struct Div16sSignOnlyBlock {
     const __m128i av = load16B(a), bv = load16B(b);
     zeros.note(av);
     const __m128i unlike = _mm_srai_epi16(_mm_xor_si128(av, bv), 15);
-    const __m128i saturated =
-        _mm_or_si128(_mm_andnot_si128(unlike, _mm_set1_epi16(kDiv16sHighest)),
-                     _mm_and_si128(unlike, _mm_set1_epi16(static_cast<short>(kDiv16sLowest))));
+    const __m128i saturated = _mm_or_si128(
+        _mm_andnot_si128(unlike, _mm_set1_epi16(PixelRange<Lum16s>::kHighest)),
+        _mm_and_si128(unlike, _mm_set1_epi16(static_cast<short>(PixelRange<Lum16s>::kLowest))));
     store16B(d, _mm_andnot_si128(_mm_cmpeq_epi16(bv, _mm_setzero_si128()), saturated));
     return zeros;
   }
@@ -482,7 +483,7 @@ inline int divRowByBlocks(const T* a, const T* b, T* d, int len, const Block& bl
 
 #if LUM_BUILD >= 2
 int ownlumsDiv_8u(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, int scaleFactor) {
-  switch (divCase8u(scaleFactor)) {
+  switch (divCase<Lum8u>(scaleFactor)) {
     case DivCase::Zero:
       return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div8uZeroBlock());
     case DivCase::SignOnly:
@@ -495,7 +496,7 @@ int ownlumsDiv_8u(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, int len, 
 }
 int ownlumsDiv_16s(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst, int len,
                    int scaleFactor) {
-  switch (divCase16s(scaleFactor)) {
+  switch (divCase<Lum16s>(scaleFactor)) {
     case DivCase::Zero:
       return divRowByBlocks(pSrc1, pSrc2, pDst, len, Div16sZeroBlock());
     case DivCase::SignOnly:
@@ -541,12 +542,13 @@ namespace {
 // its status in `st`, false for an ordinary scale factor.
 inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lum8u* d, int len,
                              LumStatus& st) {
-  const DivCase c = divCase8u(scaleFactor);
+  const DivCase c = divCase<Lum8u>(scaleFactor);
   if (c == DivCase::Ordinary) return false;
   bool zero = false;
   for (int i = 0; i < len; ++i) {
     const int x = loadPixel(a + i), y = loadPixel(b + i);
-    storePixel(d + i, c == DivCase::Zero ? div8uZero(x, y, zero) : div8uSignOnly(x, y, zero));
+    storePixel(d + i,
+               c == DivCase::Zero ? divZero<Lum8u>(x, y, zero) : divSignOnly<Lum8u>(x, y, zero));
   }
   st = divStatus(zero);
   return true;
@@ -555,11 +557,11 @@ inline bool divRowExtremes8u(int scaleFactor, const Lum8u* a, const Lum8u* b, Lu
 // The exact rule: pixel(divisor, dividend, 2^-scaleFactor, scaleFactor).
 template <class T, class Pixel>
 inline LumStatus divRowExact(const T* a, const T* b, T* d, int len, int scaleFactor,
-                             const Pixel& pixel, T (*byZero)(int)) {
+                             const Pixel& pixel) {
   const OwnX87Control truncating(kX87Truncating);
   const long double f = x87Factor(scaleFactor);
-  return divStatus(divRowExtended(
-      a, b, d, len, [=](int x, int y) { return pixel(x, y, f, scaleFactor); }, byZero));
+  return divStatus(
+      divRowExtended(a, b, d, len, [=](int x, int y) { return pixel(x, y, f, scaleFactor); }));
 }
 #else
 // The extreme scale factors, on the calling thread: true with the row done
@@ -621,13 +623,12 @@ LumStatus lumsDiv_8u_Sfs(const Lum8u* pSrc1, const Lum8u* pSrc2, Lum8u* pDst, in
   if (st != lumStsNoErr) return st;
 #if LUM_BUILD <= 1
   if (divRowExtremes8u(scaleFactor, pSrc1, pSrc2, pDst, len, st)) return st;
-  return divRowExact(
-      pSrc1, pSrc2, pDst, len, scaleFactor,
-      [](int a, int b, long double f, int sf) { return div8uExtended(a, b, f, sf < 0); },
-      div8uByZero);
+  return divRowExact(pSrc1, pSrc2, pDst, len, scaleFactor, [](int a, int b, long double f, int sf) {
+    return div8uExtended(a, b, f, sf < 0);
+  });
 #else
-  if (divRowExtremes(divCase8u(scaleFactor), ownlumsDiv_8u, pSrc1, pSrc2, pDst, len, scaleFactor,
-                     st))
+  if (divRowExtremes(divCase<Lum8u>(scaleFactor), ownlumsDiv_8u, pSrc1, pSrc2, pDst, len,
+                     scaleFactor, st))
     return st;
   return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, kMxcsrNearest, ownlumsDiv_8u,
                          LUM_DIV_LONG_ROW(ownlumsDiv_8u));
@@ -641,13 +642,12 @@ LumStatus lumsDiv_16s_Sfs(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst
   LumStatus st = divRowArguments(pSrc1, pSrc2, pDst, len);
   if (st != lumStsNoErr) return st;
 #if LUM_BUILD <= 1
-  return divRowExact(
-      pSrc1, pSrc2, pDst, len, scaleFactor,
-      [](int a, int b, long double f, int sf) { return div16sExtended(a, b, f, sf > 0); },
-      div16sByZero);
+  return divRowExact(pSrc1, pSrc2, pDst, len, scaleFactor, [](int a, int b, long double f, int sf) {
+    return div16sExtended(a, b, f, sf > 0);
+  });
 #else
-  if (divRowExtremes(divCase16s(scaleFactor), ownlumsDiv_16s, pSrc1, pSrc2, pDst, len, scaleFactor,
-                     st))
+  if (divRowExtremes(divCase<Lum16s>(scaleFactor), ownlumsDiv_16s, pSrc1, pSrc2, pDst, len,
+                     scaleFactor, st))
     return st;
   return divRowQuotients(pSrc1, pSrc2, pDst, len, scaleFactor, div16sRounding(scaleFactor),
                          ownlumsDiv_16s, LUM_DIV_LONG_ROW(ownlumsDiv_16s));
@@ -663,7 +663,7 @@ LumStatus lumsDiv_16s_Sfs(const Lum16s* pSrc1, const Lum16s* pSrc2, Lum16s* pDst
 LumStatus ownlumiDiv_8u_Sfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2, int src2Step,
                             Lum8u* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
 #if LUM_BUILD >= 4
-  if (roiSize.width >= kDivIntRowInTwo && divCase8u(scaleFactor) == DivCase::Ordinary)
+  if (roiSize.width >= kDivIntRowInTwo && divCase<Lum8u>(scaleFactor) == DivCase::Ordinary)
     return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                                 scaleFactor, kMxcsrNearest, ownlumsDiv_8u, kDiv8uPixelsPerThread);
 #endif
@@ -676,7 +676,7 @@ LumStatus ownlumiDiv_8u_Sfs(const Lum8u* pSrc1, int src1Step, const Lum8u* pSrc2
 LumStatus ownlumiDiv_16s_Sfs(const Lum16s* pSrc1, int src1Step, const Lum16s* pSrc2, int src2Step,
                              Lum16s* pDst, int dstStep, LumSize roiSize, int scaleFactor) {
 #if LUM_BUILD >= 4
-  if (roiSize.width >= kDivIntRowInTwo && divCase16s(scaleFactor) == DivCase::Ordinary)
+  if (roiSize.width >= kDivIntRowInTwo && divCase<Lum16s>(scaleFactor) == DivCase::Ordinary)
     return divLongRowsQuotients(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize,
                                 scaleFactor, div16sRounding(scaleFactor), ownlumsDiv_16s,
                                 kDiv16sPixelsPerThread);

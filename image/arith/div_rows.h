@@ -13,6 +13,7 @@
 
 #include "image/arith/div_rule.h"
 #include "image/build.h"
+#include "image/checks.h"
 
 LUM_BEGIN_BUILD
 
@@ -21,17 +22,13 @@ LUM_BEGIN_BUILD
 // step shorter than the row is accepted and the rows then overlap.
 inline LumStatus divArguments(const void* pSrc1, int src1Step, const void* pSrc2, int src2Step,
                               const void* pDst, int dstStep, LumSize roiSize) {
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
-  if (src1Step < 1 || src2Step < 1 || dstStep < 1) return lumStsStepErr;
-  return lumStsNoErr;
+  return firstFailing(pointers(pSrc1, pSrc2, pDst), sizes(roiSize.height, roiSize.width),
+                      steps(1, src1Step, src2Step, dstStep));
 }
 
 // The row functions' checks: a null pointer, then a length below 1.
 inline LumStatus divRowArguments(const void* pSrc1, const void* pSrc2, const void* pDst, int len) {
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (len < 1) return lumStsSizeErr;
-  return lumStsNoErr;
+  return firstFailing(pointers(pSrc1, pSrc2, pDst), sizes(len));
 }
 
 // The row loop: row(a, b, d) for every row in order, each pointer advanced by

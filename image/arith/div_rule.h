@@ -8,20 +8,18 @@
 #define LUM_IMAGE_ARITH_DIV_RULE_H
 
 #include "image/build.h"
+#include "image/saturate.h"
 
 LUM_BEGIN_BUILD
 
-// The saturated quotients, which the vector paths select by lane.
-constexpr int kDiv8uHighest = 255;
-constexpr int kDiv16sHighest = 32767;
-constexpr int kDiv16sLowest = -32768;
-
 // ---- Zero divisors ------------------------------------------------------------
-// The saturated value of the quotient's sign: a zero dividend gives 0.
 
-inline Lum8u div8uByZero(int dividend) { return dividend != 0 ? kDiv8uHighest : 0; }
-inline Lum16s div16sByZero(int dividend) {
-  return static_cast<Lum16s>(dividend > 0 ? kDiv16sHighest : (dividend < 0 ? kDiv16sLowest : 0));
+// The saturated value of the quotient's sign: a zero dividend gives 0.
+template <class T>
+inline T divByZero(int dividend) {
+  return static_cast<T>(dividend > 0   ? PixelRange<T>::kHighest
+                        : dividend < 0 ? PixelRange<T>::kLowest
+                                       : 0);
 }
 
 // Floats: an infinity of the dividend's sign (the zero's own sign does not
@@ -41,48 +39,43 @@ enum class DivCase {
   SignOnly   // every nonzero quotient saturates, whatever the divisor
 };
 
-// 8u: 255 * 2^-9 is below one half, so above 8 every quotient rounds to 0;
-// 1 * 2^16 / 255 is above 255, so below -15 every nonzero one saturates.
-constexpr int kDiv8uZeroAbove = 8;
-constexpr int kDiv8uSignOnlyBelow = -15;
-// 16s: 32768 * 2^-16 is one half, which rounds to the even 0; below -30 the
-// smallest quotient, 2^31 / 32768, is far beyond the range.
-constexpr int kDiv16sZeroAbove = 15;
-constexpr int kDiv16sSignOnlyBelow = -30;
+// Bounds of the two extreme cases, by pixel type. 8u: 255 * 2^-9 is below
+// one half, so above 8 every quotient rounds to 0; 1 * 2^16 / 255 is above
+// 255, so below -15 every nonzero one saturates. 16s: 32768 * 2^-16 is one
+// half, which rounds to the even 0; below -30 the smallest quotient,
+// 2^31 / 32768, is far beyond the range.
+template <class T>
+struct DivBounds;
+template <>
+struct DivBounds<Lum8u> {
+  static constexpr int kZeroAbove = 8, kSignOnlyBelow = -15;
+};
+template <>
+struct DivBounds<Lum16s> {
+  static constexpr int kZeroAbove = 15, kSignOnlyBelow = -30;
+};
 
-inline DivCase divCase(int scaleFactor, int zeroAbove, int signOnlyBelow) {
-  if (scaleFactor > zeroAbove) return DivCase::Zero;
-  if (scaleFactor < signOnlyBelow) return DivCase::SignOnly;
+template <class T>
+inline DivCase divCase(int scaleFactor) {
+  if (scaleFactor > DivBounds<T>::kZeroAbove) return DivCase::Zero;
+  if (scaleFactor < DivBounds<T>::kSignOnlyBelow) return DivCase::SignOnly;
   return DivCase::Ordinary;
-}
-inline DivCase divCase8u(int scaleFactor) {
-  return divCase(scaleFactor, kDiv8uZeroAbove, kDiv8uSignOnlyBelow);
-}
-inline DivCase divCase16s(int scaleFactor) {
-  return divCase(scaleFactor, kDiv16sZeroAbove, kDiv16sSignOnlyBelow);
 }
 
 // One pixel of the two extreme cases; `zeroDivisor` is set when the divisor
 // is 0. a is the divisor, b the dividend.
-inline Lum8u div8uZero(int a, int b, bool& zeroDivisor) {
+template <class T>
+inline T divZero(int a, int b, bool& zeroDivisor) {
   if (a != 0) return 0;
   zeroDivisor = true;
-  return div8uByZero(b);
+  return divByZero<T>(b);
 }
-inline Lum8u div8uSignOnly(int a, int b, bool& zeroDivisor) {
-  zeroDivisor |= a == 0;
-  return b != 0 ? kDiv8uHighest : 0;
-}
-inline Lum16s div16sZero(int a, int b, bool& zeroDivisor) {
-  if (a != 0) return 0;
-  zeroDivisor = true;
-  return div16sByZero(b);
-}
-// A zero divisor counts as positive.
-inline Lum16s div16sSignOnly(int a, int b, bool& zeroDivisor) {
+// The quotient's sign decides, a zero divisor counting as positive.
+template <class T>
+inline T divSignOnly(int a, int b, bool& zeroDivisor) {
   zeroDivisor |= a == 0;
   if (b == 0) return 0;
-  return static_cast<Lum16s>((a < 0) == (b < 0) ? kDiv16sHighest : kDiv16sLowest);
+  return static_cast<T>((a < 0) == (b < 0) ? PixelRange<T>::kHighest : PixelRange<T>::kLowest);
 }
 
 LUM_END_BUILD

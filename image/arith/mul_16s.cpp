@@ -17,7 +17,7 @@ struct Mul16sPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 11 : 23;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   LUM_MMX_INLINE Mul16sPlainOp() {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sPlain(a, b); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulPlain<Lum16s>(a, b); }
 #if LUM_BUILD >= 1
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
     const Products16s p = vMul16s(a, b);
@@ -34,7 +34,7 @@ struct Mul16sRightShiftOp {
   static constexpr int kBlock = kBuild == 1 ? 4 : 8;
   int s;
   LUM_MMX_INLINE explicit Mul16sRightShiftOp(int shift) : s(shift) {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sRightShift(a, b, s); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulRightShift<Lum16s>(a, b, s); }
 #if LUM_BUILD >= 1
   // The bit (p >> s) & 1 is taken as a mask: all ones where bit s of p is
   // set, subtracted to add 1 (one operation less than a shift by a count).
@@ -55,7 +55,7 @@ struct Mul16sHalfOp {
   static constexpr int kMinRow = Mul16sRightShiftOp::kMinRow;
   static constexpr int kBlock = Mul16sRightShiftOp::kBlock;
   LUM_MMX_INLINE Mul16sHalfOp() {}
-  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mul16sHalf(a, b); }
+  LUM_MMX_INLINE Lum16s scalar(int a, int b) const { return mulHalf<Lum16s>(a, b); }
 #if LUM_BUILD >= 1
   Vec one = vSet32(1);
   LUM_MMX_INLINE Vec round(Vec p) const {
@@ -127,48 +127,24 @@ LUM_MMX_LEAF void ownsMul_16s_Bound(const Lum16s* a, const Lum16s* b, Lum16s* d,
 }
 #endif
 
+namespace {
+
+// The cases of 16s, for mulScaledImage (mul_rows.h).
+struct Mul16sCases {
+  using T = Lum16s;
+  static constexpr long long kPixelsPerThread = kMul16sPixelsPerThread;
+  static constexpr auto fill = LUM_ENTRY(lumiSet_16s_C1R);
+  using Plain = Mul16sPlainOp;
+  using SignOnly = Mul16sSignOnlyOp;
+  using LeftShift = Mul16sLeftShiftOp;
+  using Half = Mul16sHalfOp;
+  using RightShift = Mul16sRightShiftOp;
+  static constexpr auto plain = ownsMul_16s, signOnly = ownsMul_16s_Bound, half = ownsMul_16s_1Sfs;
+  static constexpr auto leftShift = ownsMul_16s_NegSfs, rightShift = ownsMul_16s_PosSfs;
+};
+
+}  // namespace
+
 LUM_END_BUILD
 
-extern "C" LumStatus LUM_ENTRY(lumiMul_16s_C1RSfs)(const Lum16s* pSrc1, int src1Step,
-                                                   const Lum16s* pSrc2, int src2Step, Lum16s* pDst,
-                                                   int dstStep, LumSize roiSize, int scaleFactor) {
-  using namespace lum::LUM_TAG;
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
-
-  const MulCase c = mulCase16s(scaleFactor);
-  if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_16s_C1R)(0, pDst, dstStep, roiSize);
-  const auto rows = [&](const auto& makeOp, const auto& kernel) {
-    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
-                 lum::kMul16sPixelsPerThread);
-  };
-  switch (c) {
-    case MulCase::Plain:
-      rows([] { return Mul16sPlainOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s(a, b, d, n); });
-      break;
-    case MulCase::SignOnly:
-      rows([] { return Mul16sSignOnlyOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s_Bound(a, b, d, n); });
-      break;
-    case MulCase::LeftShift: {
-      const int k = -scaleFactor;
-      rows([k] { return Mul16sLeftShiftOp(k); },
-           [k](auto a, auto b, auto d, int n) { ownsMul_16s_NegSfs(a, b, d, n, k); });
-      break;
-    }
-    case MulCase::Half:
-      rows([] { return Mul16sHalfOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_16s_1Sfs(a, b, d, n); });
-      break;
-    case MulCase::RightShift: {
-      const int s = scaleFactor;
-      rows([s] { return Mul16sRightShiftOp(s); },
-           [s](auto a, auto b, auto d, int n) { ownsMul_16s_PosSfs(a, b, d, n, s); });
-      break;
-    }
-    case MulCase::Zero:
-      break;
-  }
-  return lumStsNoErr;
-}
+LUM_MUL_SCALED_ENTRY(lumiMul_16s_C1RSfs, Lum16s, Mul16sCases)

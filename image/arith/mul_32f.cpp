@@ -49,8 +49,7 @@ extern "C" LumStatus LUM_ENTRY(lumiMul_32f_C1R)(const Lum32f* pSrc1, int src1Ste
                                                 const Lum32f* pSrc2, int src2Step, Lum32f* pDst,
                                                 int dstStep, LumSize roiSize) {
   using namespace lum::LUM_TAG;
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
+  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
   mulImageRows(
       pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, [] { return Mul32fOp(); },
       [](auto a, auto b, auto d, int n) { ownsMul_32f(a, b, d, n); }, lum::kMul32fPixelsPerThread);

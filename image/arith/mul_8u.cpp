@@ -32,7 +32,7 @@ struct Mul8uPlainOp {
   static constexpr int kMinRow = kBuild == 1 ? 23 : 31;
   static constexpr int kBlock = 16;
   LUM_MMX_INLINE Mul8uPlainOp() {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uPlain(a, b); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulPlain<Lum8u>(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), c255 = vSet16(255);
   LUM_MMX_INLINE Vec vector(Vec a, Vec b) const {
@@ -47,7 +47,7 @@ struct Mul8uHalfOp {
   static constexpr int kMinRow = kBuild == 1 ? 15 : 31;
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   LUM_MMX_INLINE Mul8uHalfOp() {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uHalf(a, b); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulHalf<Lum8u>(a, b); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
   LUM_MMX_INLINE Vec round(Vec p) const {
@@ -73,7 +73,7 @@ struct Mul8uRightShiftOp {
   static constexpr int kBlock = kBuild == 1 ? 8 : 16;
   int s;
   LUM_MMX_INLINE explicit Mul8uRightShiftOp(int shift) : s(shift) {}
-  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mul8uRightShift(a, b, s); }
+  LUM_MMX_INLINE Lum8u scalar(int a, int b) const { return mulRightShift<Lum8u>(a, b, s); }
 #if LUM_BUILD >= 1
   Vec zero = vZero(), one = vSet16(1);
   Vec bias = vSet16((1 << (s - 1)) - 1), shiftRest = vSet16(1 << (17 - s));
@@ -144,48 +144,24 @@ LUM_MMX_LEAF void ownsMul_8u_Bound(const Lum8u* a, const Lum8u* b, Lum8u* d, int
 }
 #endif
 
+namespace {
+
+// The cases of 8u, for mulScaledImage (mul_rows.h).
+struct Mul8uCases {
+  using T = Lum8u;
+  static constexpr long long kPixelsPerThread = kMul8uPixelsPerThread;
+  static constexpr auto fill = LUM_ENTRY(lumiSet_8u_C1R);
+  using Plain = Mul8uPlainOp;
+  using SignOnly = Mul8uSignOnlyOp;
+  using LeftShift = Mul8uLeftShiftOp;
+  using Half = Mul8uHalfOp;
+  using RightShift = Mul8uRightShiftOp;
+  static constexpr auto plain = ownsMul_8u, signOnly = ownsMul_8u_Bound, half = ownsMul_8u_1Sfs;
+  static constexpr auto leftShift = ownsMul_8u_NegSfs, rightShift = ownsMul_8u_PosSfs;
+};
+
+}  // namespace
+
 LUM_END_BUILD
 
-extern "C" LumStatus LUM_ENTRY(lumiMul_8u_C1RSfs)(const Lum8u* pSrc1, int src1Step,
-                                                  const Lum8u* pSrc2, int src2Step, Lum8u* pDst,
-                                                  int dstStep, LumSize roiSize, int scaleFactor) {
-  using namespace lum::LUM_TAG;
-  if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return lumStsNullPtrErr;
-  if (roiSize.height < 1 || roiSize.width < 1) return lumStsSizeErr;
-
-  const MulCase c = mulCase8u(scaleFactor);
-  if (c == MulCase::Zero) return LUM_ENTRY(lumiSet_8u_C1R)(0, pDst, dstStep, roiSize);
-  const auto rows = [&](const auto& makeOp, const auto& kernel) {
-    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
-                 lum::kMul8uPixelsPerThread);
-  };
-  switch (c) {
-    case MulCase::Plain:
-      rows([] { return Mul8uPlainOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_8u(a, b, d, n); });
-      break;
-    case MulCase::SignOnly:
-      rows([] { return Mul8uSignOnlyOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_8u_Bound(a, b, d, n); });
-      break;
-    case MulCase::LeftShift: {
-      const int k = -scaleFactor;
-      rows([k] { return Mul8uLeftShiftOp(k); },
-           [k](auto a, auto b, auto d, int n) { ownsMul_8u_NegSfs(a, b, d, n, k); });
-      break;
-    }
-    case MulCase::Half:
-      rows([] { return Mul8uHalfOp(); },
-           [](auto a, auto b, auto d, int n) { ownsMul_8u_1Sfs(a, b, d, n); });
-      break;
-    case MulCase::RightShift: {
-      const int s = scaleFactor;
-      rows([s] { return Mul8uRightShiftOp(s); },
-           [s](auto a, auto b, auto d, int n) { ownsMul_8u_PosSfs(a, b, d, n, s); });
-      break;
-    }
-    case MulCase::Zero:
-      break;
-  }
-  return lumStsNoErr;
-}
+LUM_MUL_SCALED_ENTRY(lumiMul_8u_C1RSfs, Lum8u, Mul8uCases)

@@ -1,5 +1,5 @@
 // What the multiplications share in one build: the row driver of the vector
-// kernels and the row loop of the image functions.
+// kernels, and the checks and the row loop of the image functions.
 //
 // A case of a multiplication is an operation type Op with
 //   kMinRow, kBlock      rows shorter than kMinRow are done pixel by pixel;
@@ -16,6 +16,7 @@
 #include "image/int_vec.h"
 #include "image/arith/scale_rule.h"
 #include "image/build.h"
+#include "image/checks.h"
 
 LUM_BEGIN_BUILD
 
@@ -124,6 +125,13 @@ LUM_MMX_INLINE void mulRow(const T* a, const T* b, T* d, int len, const Op& op) 
 
 #endif  // LUM_BUILD >= 1
 
+// The image functions' checks: a null pointer, then a size below 1 (height
+// first). Steps are not checked: zero and negative ones are taken as given.
+inline LumStatus mulChecks(const void* pSrc1, const void* pSrc2, const void* pDst,
+                           LumSize roiSize) {
+  return firstFailing(pointers(pSrc1, pSrc2, pDst), sizes(roiSize.height, roiSize.width));
+}
+
 // The image loop of one case. The generic build has no row kernels and runs
 // the case as a plain loop over the operation made by makeOp(), on the
 // calling thread; the others call `kernel` once per row, in a parallel region
@@ -160,6 +168,62 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
     });
   }
 }
+
+// The image function of a scaled integer multiplication (8u, 16s): the
+// checks, then the case of the scale factor: the region filled with 0, or
+// the rows of that case's operation. Cases describes a pixel type: T,
+// kPixelsPerThread and fill(value, pDst, dstStep, roiSize); for each case its operation (Plain,
+// SignOnly, LeftShift(k), Half, RightShift(s)) and row kernel (plain, signOnly, leftShift, half,
+// rightShift: k1..k5 only, named in generic lambdas that the generic build never calls).
+template <class Cases, class T = typename Cases::T>
+LUM_ALWAYS_INLINE LumStatus mulScaledImage(const T* pSrc1, int src1Step, const T* pSrc2,
+                                           int src2Step, T* pDst, int dstStep, LumSize roiSize,
+                                           int scaleFactor) {
+  if (const LumStatus st = mulChecks(pSrc1, pSrc2, pDst, roiSize)) return st;
+  const MulCase c = mulCase<T>(scaleFactor);
+  if (c == MulCase::Zero) return Cases::fill(0, pDst, dstStep, roiSize);
+  const auto rows = [&](const auto& makeOp, const auto& kernel) {
+    mulImageRows(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, makeOp, kernel,
+                 Cases::kPixelsPerThread);
+  };
+  switch (c) {
+    case MulCase::Plain:
+      rows([] { return typename Cases::Plain(); },
+           [](auto a, auto b, auto d, int n) { Cases::plain(a, b, d, n); });
+      break;
+    case MulCase::SignOnly:
+      rows([] { return typename Cases::SignOnly(); },
+           [](auto a, auto b, auto d, int n) { Cases::signOnly(a, b, d, n); });
+      break;
+    case MulCase::LeftShift: {
+      const int k = -scaleFactor;
+      rows([k] { return typename Cases::LeftShift(k); },
+           [k](auto a, auto b, auto d, int n) { Cases::leftShift(a, b, d, n, k); });
+      break;
+    }
+    case MulCase::Half:
+      rows([] { return typename Cases::Half(); },
+           [](auto a, auto b, auto d, int n) { Cases::half(a, b, d, n); });
+      break;
+    case MulCase::RightShift: {
+      const int s = scaleFactor;
+      rows([s] { return typename Cases::RightShift(s); },
+           [s](auto a, auto b, auto d, int n) { Cases::rightShift(a, b, d, n, s); });
+      break;
+    }
+    case MulCase::Zero:
+      break;
+  }
+  return lumStsNoErr;
+}
+
+// The C entry of a scaled integer multiplication through mulScaledImage.
+#define LUM_MUL_SCALED_ENTRY(name, T, Cases)                                                       \
+  extern "C" LumStatus LUM_ENTRY(name)(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, \
+                                       T* pDst, int dstStep, LumSize roiSize, int scaleFactor) {   \
+    return lum::LUM_TAG::mulScaledImage<lum::LUM_TAG::Cases>(pSrc1, src1Step, pSrc2, src2Step,     \
+                                                             pDst, dstStep, roiSize, scaleFactor); \
+  }
 
 LUM_END_BUILD
 

@@ -9,6 +9,7 @@
 #include <stddef.h>
 
 #include "image/build.h"
+#include "image/checks.h"
 
 LUM_BEGIN_BUILD
 
@@ -122,16 +123,9 @@ LUM_MMX_LEAF void setRow(PatternBytes pat, uint8_t* p, size_t n) {
 
 #endif
 
-inline bool setArgsBad(const void* pDst, LumSize roiSize, LumStatus* status) {
-  if (pDst == nullptr) {
-    *status = lumStsNullPtrErr;
-    return true;
-  }
-  if (roiSize.width < 1 || roiSize.height < 1) {
-    *status = lumStsSizeErr;
-    return true;
-  }
-  return false;
+// The checks of both fills: the pointer, then width and height below 1.
+inline LumStatus setChecks(const void* pDst, LumSize roiSize) {
+  return firstFailing(pointers(pDst), sizes(roiSize.width, roiSize.height));
 }
 
 // Fills `height` rows of `rowBytes` bytes, `step` bytes apart, with the
@@ -158,8 +152,7 @@ LUM_END_BUILD
 extern "C" LumStatus LUM_ENTRY(lumiSet_8u_C1R)(Lum8u value, Lum8u* pDst, int dstStep,
                                                LumSize roiSize) {
   using namespace lum::LUM_TAG;
-  LumStatus status;
-  if (setArgsBad(pDst, roiSize, &status)) return status;
+  if (const LumStatus st = setChecks(pDst, roiSize)) return st;
   const PatternBytes pat{{value, value}};
   const size_t width = static_cast<size_t>(roiSize.width);
   const unsigned long long total = static_cast<unsigned long long>(width) * roiSize.height;
@@ -180,8 +173,7 @@ extern "C" LumStatus LUM_ENTRY(lumiSet_8u_C1R)(Lum8u value, Lum8u* pDst, int dst
 extern "C" LumStatus LUM_ENTRY(lumiSet_16s_C1R)(Lum16s value, Lum16s* pDst, int dstStep,
                                                 LumSize roiSize) {
   using namespace lum::LUM_TAG;
-  LumStatus status;
-  if (setArgsBad(pDst, roiSize, &status)) return status;
+  if (const LumStatus st = setChecks(pDst, roiSize)) return st;
   const uint16_t bits = static_cast<uint16_t>(value);
   const PatternBytes pat{{static_cast<uint8_t>(bits & 0xFF), static_cast<uint8_t>(bits >> 8)}};
   const size_t rowBytes = 2 * static_cast<size_t>(roiSize.width);

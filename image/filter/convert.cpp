@@ -29,6 +29,7 @@
 
 #include <limits.h>
 
+#include "image/checks.h"
 #include "image/int_vec.h"
 #include "image/saturate.h"
 #include "image/filter/to_pixel.h"
@@ -76,12 +77,12 @@ struct Pixel;
 template <>
 struct Pixel<Lum8u> {
   static constexpr float kMaxF = 255.0f, kMinF = 0.0f;
-  static Lum8u narrow(int n) { return static_cast<Lum8u>(saturate8u(n)); }
+  static Lum8u narrow(int n) { return saturate<Lum8u>(n); }
 };
 template <>
 struct Pixel<Lum16s> {
   static constexpr float kMaxF = 32767.0f, kMinF = -32768.0f;
-  static Lum16s narrow(int n) { return static_cast<Lum16s>(saturate16s(n)); }
+  static Lum16s narrow(int n) { return saturate<Lum16s>(n); }
 };
 
 // Scale factors 127..149 make the multiplier a denormal, which the caller's
@@ -117,6 +118,21 @@ inline T roundedOne(const Lum32f* p, __m128 m, __m128 max) {
   return Pixel<T>::narrow(_mm_cvtss_si32(_mm_min_ss(v, max)));
 }
 
+// Eight values from `from` on, scaled and capped at max, the next 64 bytes
+// prefetched: the step every vector round starts with (LUM_MMX_INLINE: k1's
+// MMX leaf runs it while its MMX registers are live).
+struct Eight {
+  __m128 lo, hi;
+};
+template <bool kAligned, bool kScaled>
+LUM_MMX_INLINE Eight cappedEight(const Lum32f* from, __m128 m, __m128 max) {
+  _mm_prefetch(reinterpret_cast<const char*>(from) + 64, _MM_HINT_T0);
+  __m128 a = kAligned ? _mm_load_ps(from) : _mm_loadu_ps(from);
+  __m128 b = kAligned ? _mm_load_ps(from + 4) : _mm_loadu_ps(from + 4);
+  if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
+  return {_mm_min_ps(a, max), _mm_min_ps(b, max)};
+}
+
 #if LUM_BUILD == 1
 
 // Two lanes at a time into MMX integers, narrowed there with saturation: one
@@ -126,13 +142,11 @@ LUM_MMX_LEAF int roundedRounds(const Lum32f* src, Lum8u* dst, int len, __m128 m)
   const __m128 max = _mm_set1_ps(255.0f);
   int i = 0;
   for (; i + 8 <= len; i += 8) {
-    _mm_prefetch(reinterpret_cast<const char*>(src + i) + 64, _MM_HINT_T0);
-    __m128 a = kAligned ? _mm_load_ps(src + i) : _mm_loadu_ps(src + i);
-    __m128 b = kAligned ? _mm_load_ps(src + i + 4) : _mm_loadu_ps(src + i + 4);
-    if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
-    a = _mm_min_ps(a, max), b = _mm_min_ps(b, max);
-    const __m64 lo = _mm_packs_pi32(_mm_cvtps_pi32(a), _mm_cvtps_pi32(_mm_movehl_ps(a, a)));
-    const __m64 hi = _mm_packs_pi32(_mm_cvtps_pi32(b), _mm_cvtps_pi32(_mm_movehl_ps(b, b)));
+    const Eight v = cappedEight<kAligned, kScaled>(src + i, m, max);
+    const __m64 lo =
+        _mm_packs_pi32(_mm_cvtps_pi32(v.lo), _mm_cvtps_pi32(_mm_movehl_ps(v.lo, v.lo)));
+    const __m64 hi =
+        _mm_packs_pi32(_mm_cvtps_pi32(v.hi), _mm_cvtps_pi32(_mm_movehl_ps(v.hi, v.hi)));
     vStore(dst + i, _mm_packs_pu16(lo, hi));
   }
   _mm_empty();
@@ -158,12 +172,8 @@ int roundedRounds(const Lum32f* src, T* dst, int len, __m128 m, bool truncate) {
   const __m128 max = _mm_set1_ps(Pixel<T>::kMaxF);
   int i = 0;
   for (; i + 8 <= len; i += 8) {
-    _mm_prefetch(reinterpret_cast<const char*>(src + i) + 64, _MM_HINT_T0);
-    __m128 a = kAligned ? _mm_load_ps(src + i) : _mm_loadu_ps(src + i);
-    __m128 b = kAligned ? _mm_load_ps(src + i + 4) : _mm_loadu_ps(src + i + 4);
-    if (kScaled) a = _mm_mul_ps(a, m), b = _mm_mul_ps(b, m);
-    a = _mm_min_ps(a, max), b = _mm_min_ps(b, max);
-    storeEight(dst + i, roundedInts(a, truncate), roundedInts(b, truncate));
+    const Eight v = cappedEight<kAligned, kScaled>(src + i, m, max);
+    storeEight(dst + i, roundedInts(v.lo, truncate), roundedInts(v.hi, truncate));
   }
   return i;
 }
@@ -287,8 +297,7 @@ void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
 template <class T, void (*rounded)(const Lum32f*, T*, int, int, int),
           void (*away)(const Lum32f*, T*, int, int)>
 LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
-  if (src == nullptr || dst == nullptr) return lumStsNullPtrErr;
-  if (len < 1) return lumStsSizeErr;
+  if (const LumStatus st = firstFailing(pointers(src, dst), sizes(len))) return st;
   if (mode == 0 || mode == 1)
     rounded(src, dst, len, mode, scaleFactor);
   else
@@ -298,33 +307,25 @@ LumStatus convert(const Lum32f* src, T* dst, int len, int mode, int scaleFactor)
 
 }  // namespace
 
-void ownlumsCnvrt_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
-                            int scaleFactor) {
-  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
-}
-void ownlumsCnvrtFin_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int scaleFactor) {
-  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
-}
-LumStatus lumsConvert_32f8u_Sfs(const Lum32f* pSrc, Lum8u* pDst, int len, int rndMode,
-                                int scaleFactor) {
-  return convert<Lum8u, ownlumsCnvrt_32f8u_Sfs, ownlumsCnvrtFin_32f8u_Sfs>(pSrc, pDst, len, rndMode,
-                                                                           scaleFactor);
-}
-
+// The named row conversions of one pixel type: its two own kernels and the
+// checked row function over them.
+#define LUM_CONVERT_ROWS(name, T)                                                                \
+  void ownlumsCnvrt_##name(const Lum32f* pSrc, T* pDst, int len, int rndMode, int scaleFactor) { \
+    convertRounded(pSrc, pDst, len, rndMode, scaleFactor);                                       \
+  }                                                                                              \
+  void ownlumsCnvrtFin_##name(const Lum32f* pSrc, T* pDst, int len, int scaleFactor) {           \
+    convertAwayFromZero(pSrc, pDst, len, scaleFactor);                                           \
+  }                                                                                              \
+  LumStatus lumsConvert_##name(const Lum32f* pSrc, T* pDst, int len, int rndMode,                \
+                               int scaleFactor) {                                                \
+    return convert<T, ownlumsCnvrt_##name, ownlumsCnvrtFin_##name>(pSrc, pDst, len, rndMode,     \
+                                                                   scaleFactor);                 \
+  }
+LUM_CONVERT_ROWS(32f8u_Sfs, Lum8u)
 #if LUM_BUILD >= 2
-void ownlumsCnvrt_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
-                             int scaleFactor) {
-  convertRounded(pSrc, pDst, len, rndMode, scaleFactor);
-}
-void ownlumsCnvrtFin_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int scaleFactor) {
-  convertAwayFromZero(pSrc, pDst, len, scaleFactor);
-}
-LumStatus lumsConvert_32f16s_Sfs(const Lum32f* pSrc, Lum16s* pDst, int len, int rndMode,
-                                 int scaleFactor) {
-  return convert<Lum16s, ownlumsCnvrt_32f16s_Sfs, ownlumsCnvrtFin_32f16s_Sfs>(pSrc, pDst, len,
-                                                                              rndMode, scaleFactor);
-}
+LUM_CONVERT_ROWS(32f16s_Sfs, Lum16s)
 #endif
+#undef LUM_CONVERT_ROWS
 
 LUM_END_BUILD
 

@@ -7,6 +7,7 @@
 // checked: any anchor just moves the source window, and NaN or infinite
 // coefficients flow into the sums. After the checks every call succeeds.
 #include "image/build.h"
+#include "image/checks.h"
 
 LUM_BEGIN_BUILD
 
@@ -14,17 +15,15 @@ namespace {
 
 // Pointers, then sizes (destination width and height, kernel width and
 // height), then steps: a source row must hold the window's width, a
-// destination row the region's. Products in 64 bits, so that a row longer
-// than any step fails instead of wrapping into a small number.
+// destination row the region's.
 template <class T>
 LumStatus filterChecks(const T* src, int srcStep, const T* dst, int dstStep, LumSize roi,
                        const Lum32f* kernel, LumSize ks) {
-  if (src == nullptr || dst == nullptr || kernel == nullptr) return lumStsNullPtrErr;
-  if (roi.width < 1 || roi.height < 1 || ks.width < 1 || ks.height < 1) return lumStsSizeErr;
-  const long long px = sizeof(T);
-  if (srcStep < (static_cast<long long>(roi.width) + ks.width - 1) * px) return lumStsStepErr;
-  if (dstStep < roi.width * px) return lumStsStepErr;
-  return lumStsNoErr;
+  constexpr int px = sizeof(T);
+  return firstFailing(
+      pointers(src, dst, kernel), sizes(roi.width, roi.height, ks.width, ks.height),
+      steps(bytesOfPixels(static_cast<long long>(roi.width) + ks.width - 1, px), srcStep),
+      steps(bytesOfPixels(roi.width, px), dstStep));
 }
 
 template <class T>

@@ -180,16 +180,28 @@ struct WordFloats {
     return _mm_sub_ps(_mm_castsi128_ps(_mm_unpackhi_epi16(u, exponent)), offset);
   }
 };
+
+// Signed words to floats by conversion, the low and the high four lanes.
+inline __m128 lo32f(__m128i v) {
+  return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+}
+inline __m128 hi32f(__m128i v) {
+  return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));
+}
 #else
-inline __m128i load4B(const void* p) { return _mm_loadu_si32(p); }
-inline __m128i load8B(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
+// Four pixels from any address, converted to floats.
+inline __m128 fourFloats(const Lum8u* p) {
+  return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_loadu_si32(p)));
+}
+inline __m128 fourFloats(const Lum16s* p) {
+  return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+}
 #endif
 
 // ---- 8u: sixteen pixels a step --------------------------------------------------
 
 // b / max(a 2^scaleFactor, 2^-16), rounded; the packs saturate. kScaled: a
 // scale factor other than 0.
-#if LUM_BUILD >= 5
 template <bool kScaled>
 struct Div8uBlock {
   static constexpr int kPixels = 16;
@@ -197,10 +209,11 @@ struct Div8uBlock {
   using Zeros = ZeroBytes;
   __m128 scale, replacement = _mm_set1_ps(kZeroDivisor);
   explicit Div8uBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
+#if LUM_BUILD >= 5
   __m128i four(const T* a, const T* b) const {
-    __m128 d = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(load4B(a)));
+    __m128 d = fourFloats(a);
     if (kScaled) d = _mm_mul_ps(d, scale);
-    const __m128 x = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(load4B(b)));
+    const __m128 x = fourFloats(b);
     return _mm_cvtps_epi32(_mm_div_ps(x, _mm_max_ps(d, replacement)));
   }
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
@@ -210,17 +223,9 @@ struct Div8uBlock {
     store16B(d, _mm_packus_epi16(lo, hi));
     return zeros;
   }
-};
 #else
-// Eight pixels at a time, from 8-byte loads, to keep within the eight
-// registers.
-template <bool kScaled>
-struct Div8uBlock {
-  static constexpr int kPixels = 16;
-  using T = Lum8u;
-  using Zeros = ZeroBytes;
-  __m128 scale, replacement = _mm_set1_ps(kZeroDivisor);
-  explicit Div8uBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
+  // Eight pixels at a time, from 8-byte loads, to keep within the eight
+  // registers.
   __m128i eight(const T* a, const T* b) const {
     const __m128i z = _mm_setzero_si128();
     const __m128i aw = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)), z);
@@ -240,23 +245,26 @@ struct Div8uBlock {
     store16B(d, _mm_packus_epi16(lo, eight(a + 8, b + 8)));
     return zeros;
   }
-};
 #endif
+};
 
 // ---- 16s, scale factors -7..15: sixteen pixels a step ----------------------------
 
-#if LUM_BUILD >= 5
+// k5 converts four pixels at a time; the builds before it widen and convert
+// the dividends, and the divisors too or through WordFloats where they are
+// scaled, which keeps within the eight registers.
 template <bool kScaled>
 struct Div16sBlock {
   static constexpr int kPixels = 16;
   using T = Lum16s;
   using Zeros = ZeroWords;
+#if LUM_BUILD >= 5
   __m128 scale;
   explicit Div16sBlock(int scaleFactor) : scale(_mm_set1_ps(pow2f(scaleFactor))) {}
   __m128i four(const T* a, const T* b) const {
-    __m128 d = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)));
+    __m128 d = fourFloats(a);
     if (kScaled) d = _mm_mul_ps(d, scale);
-    const __m128 x = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
+    const __m128 x = fourFloats(b);
     return _mm_cvtps_epi32(_mm_div_ps(x, replaceZeroDivisor(d)));
   }
   Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
@@ -264,27 +272,10 @@ struct Div16sBlock {
     store16B(d, _mm_packs_epi32(four(a, b), four(a + 4, b + 4)));
     return zeros;
   }
-  Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
-    return eight(a + 8, b + 8, d + 8, eight(a, b, d, zeros));
-  }
-};
 #else
-// The dividends widened and converted, the divisors too, or through
-// WordFloats where they are scaled, which keeps within the eight registers.
-template <bool kScaled>
-struct Div16sBlock {
-  static constexpr int kPixels = 16;
-  using T = Lum16s;
-  using Zeros = ZeroWords;
   WordFloats divisors;
   __m128i bias = _mm_set1_epi16(-32768);
   explicit Div16sBlock(int scaleFactor) : divisors(scaleFactor, 32768) {}
-  static __m128 lo32f(__m128i v) {
-    return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
-  }
-  static __m128 hi32f(__m128i v) {
-    return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16));
-  }
   Zeros eight(const T* a, const T* b, T* d, Zeros zeros) const {
     const __m128i av = load16B(a), bv = load16B(b);
     zeros.note(av);
@@ -296,11 +287,11 @@ struct Div16sBlock {
     store16B(d, _mm_packs_epi32(lo, hi));
     return zeros;
   }
+#endif
   Zeros operator()(const T* a, const T* b, T* d, Zeros zeros) const {
     return eight(a + 8, b + 8, d + 8, eight(a, b, d, zeros));
   }
 };
-#endif
 
 // ---- 16s, scale factors -30..-8: eight pixels a step, rounding down ---------------
 
@@ -361,15 +352,12 @@ struct Div16sShiftedBlock {
     const __m128i av = load16B(a);
     if (!kTies) zeros.note(av);  // else below: a zero divisor is a multiple of 2^(k+1) too
 #if LUM_BUILD >= 5
-    const __m128 x0 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b)));
-    const __m128 x1 = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(b + 4)));
+    const __m128 x0 = fourFloats(b), x1 = fourFloats(b + 4);
     const __m128i r =
-        _mm_packs_epi32(floorHalfUp(x0, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a)))),
-                        floorHalfUp(x1, _mm_cvtepi32_ps(_mm_cvtepi16_epi32(load8B(a + 4)))));
+        _mm_packs_epi32(floorHalfUp(x0, fourFloats(a)), floorHalfUp(x1, fourFloats(a + 4)));
 #else
     // The divisors by conversion: the subtraction of WordFloats would make a zero one -0 here.
-    const __m128 a0 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(av, av), 16));
-    const __m128 a1 = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(av, av), 16));
+    const __m128 a0 = lo32f(av), a1 = hi32f(av);
     const __m128i bb = _mm_xor_si128(load16B(b), bias);
     const __m128i r =
         _mm_packs_epi32(floorHalfUp(dividends.lo(bb), a0), floorHalfUp(dividends.hi(bb), a1));

@@ -41,6 +41,7 @@ namespace LUM_FP_NAMESPACE {
 // x87 exception flags (status word) and masks (control word) share bits 0..5,
 // as do the MXCSR exception flags; the MXCSR masks are bits 7..12.
 constexpr unsigned kFpFlags = 0x3F;
+constexpr unsigned kFpInvalidFlag = 0x01;  // invalid operation, bit 0 of both
 // The x87 control word's fields: rounding (0 to nearest, all set towards
 // zero), precision (0 a 24-bit significand, 0x200 53 bits, all set 64) and
 // the infinity control.
@@ -49,8 +50,11 @@ constexpr uint16_t kX87Rounding = 0x0C00, kX87Precision = 0x0300, kX87Infinity =
 // sums to pixels) never trap, whatever the caller unmasks; their flags still
 // reach the caller.
 constexpr uint32_t kMxcsrMasks = 0x1F80;
-// The MXCSR's rounding field (0 to nearest) and denormals-are-zero.
-constexpr uint32_t kMxcsrRounding = 0x6000, kMxcsrDenormalsAreZero = 0x40;
+// The MXCSR's rounding field (0 to nearest, 0x2000 down, all set towards
+// zero) and denormals-are-zero.
+constexpr uint32_t kMxcsrRounding = 0x6000, kMxcsrRoundDown = 0x2000,
+                   kMxcsrRoundTowardsZero = 0x6000;
+constexpr uint32_t kMxcsrDenormalsAreZero = 0x40;
 
 // ---- The x87 words and environment --------------------------------------------
 

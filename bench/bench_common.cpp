@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include "core/builds.h"
 #include "tests/support/processor.h"
 
 namespace lumbench {
@@ -52,7 +53,7 @@ void registerVariant(const std::string& kernel, const std::string& variant, int 
 void registerBuilds(const std::string& kernel, int w, int h, bool (*opensRegions)(int k),
                     const std::function<Measure(int k)>& measureBuild) {
   const int procs = processorCount();
-  for (int k = 0; k < 6; ++k) {
+  for (int k = 0; k < LUM_NUM_BUILDS; ++k) {
     if (!buildSupported(k)) continue;
     const std::string tag = "k" + std::to_string(k);
     registerVariant(kernel, tag, w, h, 1, measureBuild(k));

@@ -47,32 +47,16 @@ void stubCall(benchmark::State& st) {
   lumbench::countPixels(st, 1);
 }
 
+// Each build's multiplication by name.
+#define LUM_MUL_32F_OF(tag, ...) tag##_lumiMul_32f_C1R,
+constexpr Mul32f kMulOfBuild[] = {LUM_FOR_EACH_BUILD(LUM_MUL_32F_OF)};
+#undef LUM_MUL_32F_OF
+
 template <int k>
 void directCall(benchmark::State& st) {
   float a = 1.5f, b = 2.0f, d = 0.0f;
   for (auto _ : st) {
-    LumStatus s;
-    switch (k) {
-      case 0:
-        s = k0_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-      case 1:
-        s = k1_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-      case 2:
-        s = k2_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-      case 3:
-        s = k3_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-      case 4:
-        s = k4_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-      default:
-        s = k5_lumiMul_32f_C1R(&a, 4, &b, 4, &d, 4, {1, 1});
-        break;
-    }
-    benchmark::DoNotOptimize(s);
+    benchmark::DoNotOptimize(kMulOfBuild[k](&a, 4, &b, 4, &d, 4, {1, 1}));
     benchmark::ClobberMemory();
   }
   lumbench::countPixels(st, 1);
@@ -86,14 +70,12 @@ void registerStub() {
   benchmark::RegisterBenchmark(("Stub/" + tag + "/direct").c_str(), directCall<k>);
 }
 
-void registerStubOverhead() {
-  registerStub<0>();
-  registerStub<1>();
-  registerStub<2>();
-  registerStub<3>();
-  registerStub<4>();
-  registerStub<5>();
+template <int... k>
+void registerStubs(std::integer_sequence<int, k...>) {
+  (registerStub<k>(), ...);
 }
+
+void registerStubOverhead() { registerStubs(std::make_integer_sequence<int, LUM_NUM_BUILDS>()); }
 
 // The builds that share rows among threads: all but the generic one.
 bool opensRegions(int k) { return k >= 1; }

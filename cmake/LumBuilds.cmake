@@ -7,12 +7,36 @@ else()
   set(LUM_REALIGN_STACK -mincoming-stack-boundary=2)
 endif()
 
-# lum_add_build(<tag> <index> <flags>...)
+# The builds, from their one list (core/builds.h): LUM_BUILD_TAGS holds the
+# tags k0, k1, .. in index order, so a tag's position is its index.
+file(STRINGS ${PROJECT_SOURCE_DIR}/core/builds.h lum_build_lines REGEX "X\\(k[0-9]+, [0-9]+,")
+string(REGEX MATCHALL "X\\(k[0-9]+, [0-9]+," lum_build_entries "${lum_build_lines}")
+set(LUM_BUILD_TAGS)
+foreach(entry ${lum_build_entries})
+  string(REGEX REPLACE "X\\((k[0-9]+), ([0-9]+)," "\\1" tag "${entry}")
+  string(REGEX REPLACE "X\\((k[0-9]+), ([0-9]+)," "\\2" index "${entry}")
+  list(LENGTH LUM_BUILD_TAGS position)
+  if(NOT index EQUAL position)
+    message(FATAL_ERROR "core/builds.h lists ${tag} with index ${index} in place ${position}")
+  endif()
+  list(APPEND LUM_BUILD_TAGS ${tag})
+endforeach()
+if(NOT LUM_BUILD_TAGS)
+  message(FATAL_ERROR "no build found in core/builds.h")
+endif()
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/core/builds.h)
+
+# lum_add_build(<tag> <flags>...)
 #
 # Compiles the shared image sources (LUM_IMAGE_SOURCES) once more, as object
-# library lum_<tag>, for one instruction-set level: LUM_BUILD=<index> and
-# LUM_TAG=<tag> select what differs, <flags> give the level's instruction set.
-function(lum_add_build tag index)
+# library lum_<tag>, for one instruction-set level: LUM_BUILD=<index> (the
+# tag's index in the list) and LUM_TAG=<tag> select what differs, <flags>
+# give the level's instruction set.
+function(lum_add_build tag)
+  list(FIND LUM_BUILD_TAGS ${tag} index)
+  if(index LESS 0)
+    message(FATAL_ERROR "lum_add_build: ${tag} is not a build of core/builds.h")
+  endif()
   set(target lum_${tag})
   add_library(${target} OBJECT ${LUM_IMAGE_SOURCES})
   target_compile_definitions(${target} PRIVATE LUM_BUILD=${index} LUM_TAG=${tag}

@@ -1,6 +1,6 @@
-// Build selection: the variant index, one six-entry address table per
-// dispatched function, the stubs that jump through them, and the explicit
-// initializer.
+// Build selection: the variant index, one address table per dispatched
+// function (an entry per build, in index order), the stubs that jump through
+// them, and the explicit initializer.
 #include <omp.h>
 
 #include "lum_internal.h"
@@ -12,12 +12,14 @@ LUM_API int lumJumpIndexForMergedLibs = 0;
 // A stub forwards its caller's arguments unchanged through the table entry of
 // the selected build; at -O2 the call becomes a tail jump, so the build
 // returns straight to the caller.
-#define LUM_DISPATCHED(ret, name, params, args)                                    \
-  LUM_API ret(*name##_arraddr[LUM_NUM_BUILDS])                                     \
-      params = {k0_##name, k1_##name, k2_##name, k3_##name, k4_##name, k5_##name}; \
+#define LUM_TABLE_ENTRY(tag, index, name) tag##_##name,
+#define LUM_DISPATCHED(ret, name, params, args)             \
+  LUM_API ret(*name##_arraddr[LUM_NUM_BUILDS])              \
+      params = {LUM_FOR_EACH_BUILD(LUM_TABLE_ENTRY, name)}; \
   LUM_API ret name params { return name##_arraddr[lumJumpIndexForMergedLibs] args; }
 #include "dispatched.def"
 #undef LUM_DISPATCHED
+#undef LUM_TABLE_ENTRY
 
 const char ownVersionString[] = "5.3 Update 1 build 85.18";
 const char ownBuildDate[] = "Nov 18 2007";

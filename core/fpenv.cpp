@@ -4,41 +4,19 @@
 // exported NaN and infinity constants.
 //
 // The core is compiled for plain i686 without SSE, so every access to the
-// registers is inline assembly; the MXCSR helpers execute SSE instructions
-// only when called. Every helper acts on the calling thread's registers and
-// keeps no state.
+// registers is inline assembly (core/fp_control.h's); the MXCSR helpers
+// execute SSE instructions only when called. Every helper acts on the
+// calling thread's registers and keeps no state.
 #include <stdint.h>
 #include <string.h>
 
 #include "cpu_internal.h"
+#include "fp_control.h"
 #include "lum_internal.h"
 
-namespace {
+using namespace lum::core;
 
-// ---- Register access --------------------------------------------------------
-// fnstcw, fnstsw and fnclex are the non-waiting forms: reading the words or
-// clearing the flags never raises a pending x87 exception.
-inline Lum32u readX87Control() {
-  uint16_t cw;
-  __asm__ __volatile__("fnstcw %0" : "=m"(cw)::"memory");
-  return cw;
-}
-inline void loadX87Control(Lum32u value) {
-  const uint16_t cw = static_cast<uint16_t>(value);
-  __asm__ __volatile__("fldcw %0" ::"m"(cw) : "memory");
-}
-inline Lum32u readX87Status() {
-  uint16_t sw;
-  __asm__ __volatile__("fnstsw %0" : "=m"(sw)::"memory");
-  return sw;
-}
-inline void clearX87Exceptions() { __asm__ __volatile__("fnclex" ::: "memory"); }
-inline Lum32u readMxcsr() {
-  Lum32u v;
-  __asm__ __volatile__("stmxcsr %0" : "=m"(v)::"memory");
-  return v;
-}
-inline void loadMxcsr(Lum32u value) { __asm__ __volatile__("ldmxcsr %0" ::"m"(value) : "memory"); }
+namespace {
 
 // ---- The portable control word ----------------------------------------------
 // Exception bits: the same pairs serve the control word (set = masked) and
@@ -54,9 +32,10 @@ constexpr BitPair kExceptionBits[] = {
     {0x00000001u, 0x0020u},  // inexact
     {0x00080000u, 0x0002u},  // denormal operand
 };
-constexpr Lum32u kPortableRounding = 0x00000300u, kX87Rounding = 0x0C00u;
-constexpr Lum32u kPortablePrecision = 0x00030000u, kX87Precision = 0x0300u;
-constexpr Lum32u kPortableInfinity = 0x00040000u, kX87Infinity = 0x1000u;
+// The portable word's fields; the x87 control word's are kX87Rounding,
+// kX87Precision and kX87Infinity.
+constexpr Lum32u kPortableRounding = 0x00000300u, kPortablePrecision = 0x00030000u;
+constexpr Lum32u kPortableInfinity = 0x00040000u;
 
 Lum32u exceptionsToPortable(Lum32u hardware) {
   Lum32u portable = 0;
@@ -109,7 +88,7 @@ Lum32u controlToHardware(Lum32u portable) {
   return cw;
 }
 
-constexpr Lum32u kFxsaveBytes = 512, kFxsaveAlign = 16, kMxcsrMaskOffset = 28, kMxcsrDaz = 0x40;
+constexpr Lum32u kFxsaveBytes = 512, kFxsaveAlign = 16, kMxcsrMaskOffset = 28;
 constexpr Lum32u kEdxFxsr = 1u << 24;
 
 }  // namespace
@@ -138,7 +117,7 @@ LUM_API Lum32u ps_get_sw_fpu(void) { return readX87Status(); }
 
 LUM_API Lum32u ps_clear_fpu(void) {
   const Lum32u sw = readX87Status();
-  clearX87Exceptions();
+  clearX87Flags();
   return sw;
 }
 
@@ -163,7 +142,7 @@ LUM_API Lum32u lum_status87(void) { return exceptionsToPortable(readX87Status())
 
 LUM_API Lum32u lum_clear87(void) {
   const Lum32u status = exceptionsToPortable(readX87Status());
-  clearX87Exceptions();
+  clearX87Flags();
   return status;
 }
 
@@ -178,14 +157,16 @@ LUM_API Lum32u ps_get_ssx(void) { return readMxcsr(); }
 
 LUM_API Lum32u lum_clear_ssx(void) {
   const Lum32u old = readMxcsr();
-  loadMxcsr(0x1F80u);
+  // The state at power-up: every exception masked, to nearest, no flags.
+  const Lum32u powerUp = kMxcsrMasks;
+  loadMxcsr(powerUp);
   return old;
 }
 
 LUM_API Lum32u lum_set_rc_ssx(Lum32u rounding) {
   const Lum32u old = readMxcsr();
   // The argument is taken unmasked, on purpose.
-  if ((old & 0x6000u) != rounding) loadMxcsr((old & ~0x6000u) | rounding);
+  if ((old & kMxcsrRounding) != rounding) loadMxcsr((old & ~kMxcsrRounding) | rounding);
   return old;
 }
 
@@ -209,7 +190,7 @@ LUM_API int lum_tst_daz_ssx(void) {
   __asm__ __volatile__("fxsave %0" : "=m"(*reinterpret_cast<FxsaveArea*>(area))::"memory");
   Lum32u mxcsrMask;
   memcpy(&mxcsrMask, area + kMxcsrMaskOffset, sizeof mxcsrMask);
-  return mxcsrMask != 0 && (mxcsrMask & kMxcsrDaz) != 0;
+  return mxcsrMask != 0 && (mxcsrMask & kMxcsrDenormalsAreZero) != 0;
 }
 
 }  // extern "C"

@@ -3,11 +3,10 @@
 #ifndef LUM_CORE_INTERNAL_H
 #define LUM_CORE_INTERNAL_H
 
+#include "core/builds.h"
 #include "lum.h"
 
 #define LUM_HIDDEN __attribute__((visibility("hidden")))
-
-#define LUM_NUM_BUILDS 6
 
 extern "C" {
 
@@ -35,42 +34,30 @@ LUM_HIDDEN extern const char ownBuildDate[];
 
 // The constant fill of each build (value, destination, step, size). Not
 // dispatched: only the multiplications of the same build call it.
-#define LUM_TAGGED_SET(tag)                                                           \
+#define LUM_TAGGED_SET(tag, ...)                                                      \
   LUM_HIDDEN LumStatus tag##_lumiSet_8u_C1R(Lum8u value, Lum8u* pDst, int dstStep,    \
                                             LumSize roiSize);                         \
   LUM_HIDDEN LumStatus tag##_lumiSet_16s_C1R(Lum16s value, Lum16s* pDst, int dstStep, \
                                              LumSize roiSize);
-LUM_TAGGED_SET(k0)
-LUM_TAGGED_SET(k1)
-LUM_TAGGED_SET(k2)
-LUM_TAGGED_SET(k3)
-LUM_TAGGED_SET(k4)
-LUM_TAGGED_SET(k5)
+LUM_FOR_EACH_BUILD(LUM_TAGGED_SET)
 #undef LUM_TAGGED_SET
 
 // Float buffers aligned to 32 bytes from i_malloc, of builds k1..k5, and
 // their release through i_free. Not dispatched: each build's filter calls
 // its own pair; any pair releases a buffer of any other.
-#define LUM_TAGGED_MEMORY(tag)                    \
+#define LUM_TAGGED_MEMORY(tag, ...)               \
   LUM_HIDDEN Lum32f* tag##_lumsMalloc_32f(int n); \
   LUM_HIDDEN void tag##_lumsFree(Lum32f* p);
-LUM_TAGGED_MEMORY(k1)
-LUM_TAGGED_MEMORY(k2)
-LUM_TAGGED_MEMORY(k3)
-LUM_TAGGED_MEMORY(k4)
-LUM_TAGGED_MEMORY(k5)
+LUM_FOR_EACH_BUILD_FROM_K1(LUM_TAGGED_MEMORY)
 #undef LUM_TAGGED_MEMORY
 
-// The six tagged builds of every dispatched function: k0_name .. k5_name.
+// The tagged builds of every dispatched function: k0_name .. k5_name.
+#define LUM_TAGGED_BUILD(tag, index, ret, name, params) LUM_HIDDEN ret tag##_##name params;
 #define LUM_DISPATCHED(ret, name, params, args) \
-  LUM_HIDDEN ret k0_##name params;              \
-  LUM_HIDDEN ret k1_##name params;              \
-  LUM_HIDDEN ret k2_##name params;              \
-  LUM_HIDDEN ret k3_##name params;              \
-  LUM_HIDDEN ret k4_##name params;              \
-  LUM_HIDDEN ret k5_##name params;
+  LUM_FOR_EACH_BUILD(LUM_TAGGED_BUILD, ret, name, params)
 #include "dispatched.def"
 #undef LUM_DISPATCHED
+#undef LUM_TAGGED_BUILD
 
 }  // extern "C"
 

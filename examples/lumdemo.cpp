@@ -24,8 +24,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -40,7 +42,7 @@ size_t pixelCount() { return static_cast<size_t>(gWidth) * gHeight; }
 // The emulator the demo runs under, or null when it runs natively.
 const char* const kEmulator = std::getenv("LUM_EMULATED");
 
-// Processor codes that select each build through the public initializer.
+// Processor codes that select each build through the public initializer, one per build.
 constexpr Lum32u kCpuCodeForBuild[] = {0, 64, 65, 66, 67, 68};
 
 // Whether this processor can run build k, from the library's own queries.
@@ -357,7 +359,7 @@ bool runInEveryBuild(const char* title, std::vector<Pixel>& result,
   std::vector<Pixel> first;
   std::vector<Timing> timings;
   bool ok = true, exact = true;
-  for (int k = 0; k < 6; ++k) {
+  for (int k = 0; k < int(std::size(kCpuCodeForBuild)); ++k) {
     if (!processorRunsBuild(k)) {
       std::printf("  k%-5d %12s\n", k, "(not on this processor)");
       continue;
@@ -496,38 +498,50 @@ int usage(const char* why) {
   return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// ---- The steps of a run -----------------------------------------------------------
+// What the command line asks for: where the results go, and the user's image (none: the scene).
+struct Options {
   std::string dir = ".", input;
+};
+
+// Reads the command line into `options`. Returns -1 to go on, otherwise the exit status, the usage
+// printed (for help too).
+int readCommandLine(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "-o" && i + 1 < argc)
-      dir = argv[++i];
+      options.dir = argv[++i];
     else if (arg == "-h" || arg == "--help")
       return usage("runs every image function on an image"), 0;
     else if (!arg.empty() && arg[0] == '-')
       return usage(("unknown option " + arg).c_str());
-    else if (input.empty())
-      input = arg;
+    else if (options.input.empty())
+      options.input = arg;
     else
       return usage("give at most one image");
   }
+  return -1;
+}
 
-  // The user's image, checked before anything runs, or the generated scene.
-  Image picture;
-  if (!input.empty()) {
-    std::vector<unsigned char> bytes;
-    std::string why;
-    if (!readFile(input, bytes, why) || !PgmReader(bytes).read(picture, why)) {
-      std::fprintf(stderr, "lumdemo: %s: %s\n", input.c_str(), why.c_str());
-      return 2;
-    }
-    gWidth = picture.width, gHeight = picture.height;
-  } else {
+// The user's image, checked before anything runs, or the generated scene; it sets the size of
+// every image of the run. False, and why on the standard error, where the file is refused.
+bool loadPicture(const std::string& input, Image& picture) {
+  if (input.empty()) {
     picture = makeScene();
+    return true;
   }
+  std::vector<unsigned char> bytes;
+  std::string why;
+  if (!readFile(input, bytes, why) || !PgmReader(bytes).read(picture, why)) {
+    std::fprintf(stderr, "lumdemo: %s: %s\n", input.c_str(), why.c_str());
+    return false;
+  }
+  gWidth = picture.width, gHeight = picture.height;
+  return true;
+}
 
+// The library's version, the processor and the build it selects, then the image.
+void printIntroduction(const std::string& input, const Image& picture) {
   const LumLibraryVersion* v = lumiGetLibVersion();
   std::printf("lum %d.%d.%d.%d (%s, %s)\n", v->major, v->minor, v->majorBuild, v->build, v->version,
               v->buildDate);
@@ -538,64 +552,83 @@ int main(int argc, char** argv) {
     std::printf("image: %s, %dx%d, %d bits per pixel (maxval %d)\n", input.c_str(), gWidth, gHeight,
                 picture.maxval > 255 ? 16 : 8, picture.maxval);
   std::printf("every build below runs on one thread\n");
+}
 
-  // The picture in the three pixel types: bytes 0..255, shorts 0..32767
-  // (keeping up to 15 bits of a 16-bit image), floats 0..1.
-  const size_t n = pixelCount();
-  const LumSize roi{gWidth, gHeight};
-  const int w = gWidth;
-  std::vector<Lum8u> scene(n);
-  std::vector<Lum16s> scene16(n);
-  for (size_t i = 0; i < n; ++i) {
-    scene[i] = static_cast<Lum8u>(picture.level[i] * 255.0f + 0.5f);
-    scene16[i] = static_cast<Lum16s>(picture.level[i] * 32767.0f + 0.5f);
+// The picture in the three pixel types: bytes 0..255, shorts 0..32767 (keeping up to 15 bits of a
+// 16-bit image), floats 0..1 (its levels).
+struct Scene {
+  std::vector<Lum8u> u8;
+  std::vector<Lum16s> s16;
+  std::vector<float> f32;
+};
+
+Scene inThreePixelTypes(std::vector<float>&& level) {
+  Scene s{std::vector<Lum8u>(level.size()), std::vector<Lum16s>(level.size()), std::move(level)};
+  for (size_t i = 0; i < s.f32.size(); ++i) {
+    s.u8[i] = static_cast<Lum8u>(s.f32[i] * 255.0f + 0.5f);
+    s.s16[i] = static_cast<Lum16s>(s.f32[i] * 32767.0f + 0.5f);
   }
-  const std::vector<float>& scene32f = picture.level;
-  const int runs = kEmulator != nullptr ? 3 : 15;
-  bool ok = writeImages(dir, {{"lumdemo_scene_8u.pgm", &scene}});
+  return s;
+}
 
-  // The picture seen through rings: a float product.
+LumSize imageSize() { return {gWidth, gHeight}; }
+
+// Runs timed in each build for each function (fewer under an emulator, where times mean nothing).
+const int kRuns = kEmulator != nullptr ? 3 : 15;
+
+// The picture seen through rings: a float product.
+bool showRings(const std::string& dir, const Scene& scene) {
   const std::vector<float> rings = makeRings();
-  std::vector<float> product(n);
-  ok &= runInEveryBuild(
+  std::vector<float> product(pixelCount());
+  const int w = gWidth;
+  bool ok = runInEveryBuild(
       "lumiMul_32f_C1R: image x rings", product,
       [&] {
-        return lumiMul_32f_C1R(scene32f.data(), w * 4, rings.data(), w * 4, product.data(), w * 4,
-                               roi);
+        return lumiMul_32f_C1R(scene.f32.data(), w * 4, rings.data(), w * 4, product.data(), w * 4,
+                               imageSize());
       },
-      false, runs);
+      false, kRuns);
   const std::vector<unsigned char> productGray = shown(product, 255.0f);
   ok &= writeImages(dir, {{"lumdemo_mul_32f.pgm", &productGray}});
+  return ok;
+}
 
-  // Brightness by a gain map: image * gain / 2^7, rounded half to even and
-  // saturated at 255 (bytes) or 32767 (shorts).
-  const std::vector<Lum8u> gain = makeGain();
-  std::vector<Lum8u> brightened(n);
-  ok &= runInEveryBuild(
+// Brightness by a gain map: image * gain / 2^7, rounded half to even and saturated at 255 (bytes)
+// or 32767 (shorts).
+bool brighten(const std::string& dir, const Scene& scene, const std::vector<Lum8u>& gain) {
+  const LumSize roi = imageSize();
+  const int w = gWidth;
+  std::vector<Lum8u> brightened(pixelCount());
+  bool ok = runInEveryBuild(
       "lumiMul_8u_C1RSfs: image x gain map, scale factor 7", brightened,
       [&] {
-        return lumiMul_8u_C1RSfs(scene.data(), w, gain.data(), w, brightened.data(), w, roi, 7);
+        return lumiMul_8u_C1RSfs(scene.u8.data(), w, gain.data(), w, brightened.data(), w, roi, 7);
       },
-      false, runs);
+      false, kRuns);
   const std::vector<Lum16s> gain16(gain.begin(), gain.end());
-  std::vector<Lum16s> brightened16(n);
+  std::vector<Lum16s> brightened16(pixelCount());
   ok &= runInEveryBuild(
       "lumiMul_16s_C1RSfs: the same in 16 bits", brightened16,
       [&] {
-        return lumiMul_16s_C1RSfs(scene16.data(), w * 2, gain16.data(), w * 2, brightened16.data(),
-                                  w * 2, roi, 7);
+        return lumiMul_16s_C1RSfs(scene.s16.data(), w * 2, gain16.data(), w * 2,
+                                  brightened16.data(), w * 2, roi, 7);
       },
-      false, runs);
+      false, kRuns);
   const std::vector<unsigned char> brightened16Gray = shown(brightened16, 255.0f / 32767.0f);
   ok &= writeImages(
       dir, {{"lumdemo_mul_8u.pgm", &brightened}, {"lumdemo_mul_16s.pgm", &brightened16Gray}});
+  return ok;
+}
 
-  // Vignetting and its correction: a lens that lets through flat / 128 of
-  // the light (about 3/4 in the middle, 3/8 in the corners) darkens the
-  // image; dividing by the same flat field, scale factor -7 (times 2^7),
-  // brings it back. From SSE2 on the integer quotient is computed in single
-  // precision, and one that lies within rounding error of a halfway point
-  // may round the other way: those pixels differ by 1.
+// Vignetting and its correction: a lens that lets through flat / 128 of the light (about 3/4 in the
+// middle, 3/8 in the corners) darkens the image; dividing by the same flat field, scale factor -7
+// (times 2^7), brings it back. From SSE2 on the integer quotient is computed in single precision,
+// and one that lies within rounding error of a halfway point may round the other way: those pixels
+// differ by 1.
+bool correctVignetting(const std::string& dir, const Scene& scene, const std::vector<Lum8u>& gain) {
+  const size_t n = pixelCount();
+  const LumSize roi = imageSize();
+  const int w = gWidth;
   std::vector<Lum8u> flat(n), vignetted(n), corrected(n);
   for (size_t i = 0; i < n; ++i) flat[i] = static_cast<Lum8u>(gain[i] / 2 + 1);
   const std::vector<Lum16s> flat16(flat.begin(), flat.end());
@@ -603,25 +636,25 @@ int main(int argc, char** argv) {
   std::vector<float> flat32f(n), vignetted32f(n), corrected32f(n);
   for (size_t i = 0; i < n; ++i) flat32f[i] = flat[i] / 128.0f;
   lumStaticInitCpu(kCpuCodeForBuild[0]);
-  ok &= lumiMul_8u_C1RSfs(scene.data(), w, flat.data(), w, vignetted.data(), w, roi, 7) ==
-        lumStsNoErr;
-  ok &= lumiMul_16s_C1RSfs(scene16.data(), w * 2, flat16.data(), w * 2, vignetted16.data(), w * 2,
+  bool ok = lumiMul_8u_C1RSfs(scene.u8.data(), w, flat.data(), w, vignetted.data(), w, roi, 7) ==
+            lumStsNoErr;
+  ok &= lumiMul_16s_C1RSfs(scene.s16.data(), w * 2, flat16.data(), w * 2, vignetted16.data(), w * 2,
                            roi, 7) == lumStsNoErr;
-  ok &= lumiMul_32f_C1R(scene32f.data(), w * 4, flat32f.data(), w * 4, vignetted32f.data(), w * 4,
+  ok &= lumiMul_32f_C1R(scene.f32.data(), w * 4, flat32f.data(), w * 4, vignetted32f.data(), w * 4,
                         roi) == lumStsNoErr;
   ok &= runInEveryBuild(
       "lumiDiv_8u_C1RSfs: vignetted image / flat field, scale factor -7", corrected,
       [&] {
         return lumiDiv_8u_C1RSfs(flat.data(), w, vignetted.data(), w, corrected.data(), w, roi, -7);
       },
-      false, runs, withinOne<Lum8u>);
+      false, kRuns, withinOne<Lum8u>);
   ok &= runInEveryBuild(
       "lumiDiv_16s_C1RSfs: the same in 16 bits", corrected16,
       [&] {
         return lumiDiv_16s_C1RSfs(flat16.data(), w * 2, vignetted16.data(), w * 2,
                                   corrected16.data(), w * 2, roi, -7);
       },
-      false, runs, withinOne<Lum16s>);
+      false, kRuns, withinOne<Lum16s>);
   // The float quotient of k1..k5 comes from the reciprocal estimate and may
   // differ from k0's correctly rounded one in its last bits.
   ok &= runInEveryBuild(
@@ -630,12 +663,12 @@ int main(int argc, char** argv) {
         return lumiDiv_32f_C1R(flat32f.data(), w * 4, vignetted32f.data(), w * 4,
                                corrected32f.data(), w * 4, roi);
       },
-      false, runs,
+      false, kRuns,
       +[](float first, float other) {
         return std::fabs(first - other) <= 1e-6f * std::fabs(first);
       });
   int worst = 0;
-  for (size_t i = 0; i < n; ++i) worst = std::max(worst, std::abs(corrected[i] - scene[i]));
+  for (size_t i = 0; i < n; ++i) worst = std::max(worst, std::abs(corrected[i] - scene.u8[i]));
   std::printf("  corrected image within %d of the original (what the darkening rounded away)\n",
               worst);
   const std::vector<unsigned char> corrected16Gray = shown(corrected16, 255.0f / 32767.0f);
@@ -644,27 +677,31 @@ int main(int argc, char** argv) {
                           {"lumdemo_corrected_8u.pgm", &corrected},
                           {"lumdemo_corrected_16s.pgm", &corrected16Gray},
                           {"lumdemo_corrected_32f.pgm", &corrected32fGray}});
+  return ok;
+}
 
-  // A motion map: the absolute difference of two frames of the moving
-  // scene, bright where something moved, black where nothing did; in bytes,
-  // and in floats on the same frames.
-  const std::vector<Lum8u> frame0 = makeFrame(scene, 0), frame1 = makeFrame(scene, 1);
-  std::vector<Lum8u> motion(n);
-  ok &= runInEveryBuild(
+// A motion map: the absolute difference of two frames of the moving scene, bright where something
+// moved, black where nothing did; in bytes, and in floats on the same frames.
+bool mapMotion(const std::string& dir, const Scene& scene) {
+  const LumSize roi = imageSize();
+  const int w = gWidth;
+  const std::vector<Lum8u> frame0 = makeFrame(scene.u8, 0), frame1 = makeFrame(scene.u8, 1);
+  std::vector<Lum8u> motion(pixelCount());
+  bool ok = runInEveryBuild(
       "lumiAbsDiff_8u_C1R: motion between two frames", motion,
       [&] { return lumiAbsDiff_8u_C1R(frame0.data(), w, frame1.data(), w, motion.data(), w, roi); },
-      false, runs);
+      false, kRuns);
   const std::vector<float> float0(frame0.begin(), frame0.end()),
       float1(frame1.begin(), frame1.end());
-  std::vector<float> motion32f(n);
+  std::vector<float> motion32f(pixelCount());
   ok &= runInEveryBuild(
       "lumiAbsDiff_32f_C1R: the same frames as floats", motion32f,
       [&] {
         return lumiAbsDiff_32f_C1R(float0.data(), w * 4, float1.data(), w * 4, motion32f.data(),
                                    w * 4, roi);
       },
-      false, runs);
-  for (size_t i = 0; i < n; ++i)
+      false, kRuns);
+  for (size_t i = 0; i < motion.size(); ++i)
     if (motion32f[i] != static_cast<float>(motion[i])) {
       std::printf("  the float motion map differs from the byte one at pixel %zu\n", i);
       ok = false;
@@ -673,16 +710,40 @@ int main(int argc, char** argv) {
   ok &= writeImages(dir, {{"lumdemo_frame0_8u.pgm", &frame0},
                           {"lumdemo_frame1_8u.pgm", &frame1},
                           {"lumdemo_motion_8u.pgm", &motion}});
+  return ok;
+}
 
-  // Filters: blur, sharpen and edges of the image, as bytes, shorts and
-  // floats, from a bordered copy.
+// Blur, sharpen and edges of the image, as bytes, shorts and floats, from a bordered copy.
+bool filterAll(const std::string& dir, const Scene& scene) {
   std::printf("\nfilters on the image from a copy with a %d-pixel border\n", kBorder);
+  bool ok = true;
   for (const Kernel& kernel : kKernels) {
-    ok &= filterDemo<Lum8u>(dir, scene, 1.0f, kernel, "8u", lumiFilter32f_8u_C1R);
-    ok &= filterDemo<Lum16s>(dir, scene16, 255.0f / 32767.0f, kernel, "16s", lumiFilter32f_16s_C1R);
-    ok &= filterDemo<Lum32f>(dir, scene32f, 255.0f, kernel, "32f", lumiFilter_32f_C1R);
+    ok &= filterDemo<Lum8u>(dir, scene.u8, 1.0f, kernel, "8u", lumiFilter32f_8u_C1R);
+    ok &=
+        filterDemo<Lum16s>(dir, scene.s16, 255.0f / 32767.0f, kernel, "16s", lumiFilter32f_16s_C1R);
+    ok &= filterDemo<Lum32f>(dir, scene.f32, 255.0f, kernel, "32f", lumiFilter_32f_C1R);
   }
+  return ok;
+}
 
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (const int status = readCommandLine(argc, argv, options); status >= 0) return status;
+  Image picture;
+  if (!loadPicture(options.input, picture)) return 2;
+  printIntroduction(options.input, picture);
+
+  const std::string& dir = options.dir;
+  const Scene scene = inThreePixelTypes(std::move(picture.level));
+  bool ok = writeImages(dir, {{"lumdemo_scene_8u.pgm", &scene.u8}});
+  ok &= showRings(dir, scene);
+  const std::vector<Lum8u> gain = makeGain();
+  ok &= brighten(dir, scene, gain);
+  ok &= correctVignetting(dir, scene, gain);
+  ok &= mapMotion(dir, scene);
+  ok &= filterAll(dir, scene);
   ok &= writeContactSheet(dir);
   std::printf("\n%s\n", ok ? "demo ok" : "demo FAILED");
   return ok ? 0 : 1;

@@ -58,6 +58,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "core/fp_control.h"
 #include "core/lum_internal.h"
 #include "image/kernels.inc"
 

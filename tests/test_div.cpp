@@ -14,20 +14,14 @@
 #include "support/cases.h"
 
 // The row functions of each build, with their own checks.
-#define LUM_DIV_ROWS(k)                                                       \
+#define LUM_DIV_ROWS(k, ...)                                                  \
   namespace lum::k {                                                          \
   LumStatus lumsDiv_8u_Sfs(const Lum8u*, const Lum8u*, Lum8u*, int, int);     \
   LumStatus lumsDiv_16s_Sfs(const Lum16s*, const Lum16s*, Lum16s*, int, int); \
   LumStatus lumsDiv_32f(const Lum32f*, const Lum32f*, Lum32f*, int);          \
   }
-LUM_DIV_ROWS(k0)
-LUM_DIV_ROWS(k1)
-LUM_DIV_ROWS(k2)
-LUM_DIV_ROWS(k3)
-LUM_DIV_ROWS(k4)
-LUM_DIV_ROWS(k5)
-#define LUM_PER_BUILD(name) \
-  { lum::k0::name, lum::k1::name, lum::k2::name, lum::k3::name, lum::k4::name, lum::k5::name }
+LUM_FOR_EACH_BUILD(LUM_DIV_ROWS)
+#undef LUM_DIV_ROWS
 
 namespace {
 

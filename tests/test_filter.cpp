@@ -16,16 +16,12 @@
 #include "support/builds.h"
 #include "support/filter_check.h"
 
-#define LUM_FILTER_BANDS(tag)                                              \
+#define LUM_FILTER_BANDS(tag, ...)                                         \
   namespace lum::tag {                                                     \
   void ownFilterBands(LumSize, LumSize, void (*)(int, int, void*), void*); \
   }
-LUM_FILTER_BANDS(k0)
-LUM_FILTER_BANDS(k1)
-LUM_FILTER_BANDS(k2)
-LUM_FILTER_BANDS(k3)
-LUM_FILTER_BANDS(k4)
-LUM_FILTER_BANDS(k5)
+LUM_FOR_EACH_BUILD(LUM_FILTER_BANDS)
+#undef LUM_FILTER_BANDS
 
 namespace {
 
@@ -329,14 +325,13 @@ std::set<std::pair<int, int>> bandsOf(LumSize roi, LumSize kernel, int threads) 
 // Each side of two, three and four threads' worth of work: a column fewer, a row fewer, a kernel
 // cell fewer; fewer rows than threads; one thread.
 TEST(FilterBands, OneBandPerThreadTheLastTakesTheRest) {
-  void (*const bands[])(LumSize, LumSize, void (*)(int, int, void*), void*) = {
-      lum::k0::ownFilterBands, lum::k1::ownFilterBands, lum::k2::ownFilterBands,
-      lum::k3::ownFilterBands, lum::k4::ownFilterBands, lum::k5::ownFilterBands};
+  void (*const bands[])(LumSize, LumSize, void (*)(int, int, void*), void*) =
+      LUM_PER_BUILD(ownFilterBands);
   const long long T = lum::kFilterCellsPerThread;
   const int wide = int((4 * T + 63) / 64), cell = int(T);
   ASSERT_EQ(bandsOf({wide, 64}, {1, 1}, 4),
             (std::set<std::pair<int, int>>{{0, 16}, {16, 16}, {32, 16}, {48, 16}}));
-  for (int b = 0; b < 6; ++b)
+  for (int b = 0; b < kNumBuilds; ++b)
     for (auto [w, h, kw, kh, threads] : {std::tuple{wide, 64, 1, 1, 4},
                                          {wide - 1, 64, 1, 1, 4},
                                          {wide, 66, 1, 1, 4},

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iterator>
 
 #include "core/lum_internal.h"
 #include "support/alloc_hooks.h"
@@ -13,15 +14,20 @@ namespace {
 
 using Counting = lumtest::CountingHooks;
 
-Lum32f* (*const kMalloc[])(int) = {k1_lumsMalloc_32f, k2_lumsMalloc_32f, k3_lumsMalloc_32f,
-                                   k4_lumsMalloc_32f, k5_lumsMalloc_32f};
-void (*const kFree[])(Lum32f*) = {k1_lumsFree, k2_lumsFree, k3_lumsFree, k4_lumsFree, k5_lumsFree};
+// The copies of builds k1 on: copy b is build b + 1's.
+#define LUM_MALLOC_OF(tag, ...) tag##_lumsMalloc_32f,
+#define LUM_FREE_OF(tag, ...) tag##_lumsFree,
+Lum32f* (*const kMalloc[])(int) = {LUM_FOR_EACH_BUILD_FROM_K1(LUM_MALLOC_OF)};
+void (*const kFree[])(Lum32f*) = {LUM_FOR_EACH_BUILD_FROM_K1(LUM_FREE_OF)};
+#undef LUM_MALLOC_OF
+#undef LUM_FREE_OF
+constexpr int kCopies = int(std::size(kMalloc));
 
 TEST(AlignedFloats, EveryBuildsCopy) {
   EXPECT_TRUE(i_malloc == std::malloc && i_calloc == std::calloc && i_realloc == std::realloc &&
               i_free == std::free);
   EXPECT_TRUE(i_version == 1 && i_min_version == 0);
-  for (int b = 0; b < 5; ++b) {
+  for (int b = 0; b < kCopies; ++b) {
     if (!lumtest::processorRunsBuild(b + 1))
       GTEST_SKIP() << "this processor cannot run build k" << b + 1;
     kFree[b](kMalloc[b](3));  // through the C library's allocator, before the hooks change
@@ -39,7 +45,7 @@ TEST(AlignedFloats, EveryBuildsCopy) {
           << n << ": " << at - raw << " bytes in";
       EXPECT_EQ(*reinterpret_cast<void**>(at - 4), Counting::given) << n;
       for (int i = 0; i < n; ++i) p[i] = float(i);  // the whole area is usable
-      kFree[(b + n) % 5](p);                        // any copy releases what another gave
+      kFree[(b + n) % kCopies](p);                  // any copy releases what another gave
       EXPECT_EQ(Counting::freed, Counting::given) << n;
     }
     EXPECT_EQ(Counting::mallocs, Counting::frees);
@@ -49,8 +55,9 @@ TEST(AlignedFloats, EveryBuildsCopy) {
 // A failing hook gives null; the request is 32-bit arithmetic, wrapping from 1073741815 floats on.
 TEST(AlignedFloats, FailingHookAndWrappedSizes) {
   Counting hooks(true);
-  if (!lumtest::processorRunsBuild(5)) GTEST_SKIP() << "this processor cannot run every build";
-  for (int b = 0; b < 5; ++b)
+  if (!lumtest::processorRunsBuild(LUM_NUM_BUILDS - 1))
+    GTEST_SKIP() << "this processor cannot run every build";
+  for (int b = 0; b < kCopies; ++b)
     for (auto [n, bytes] : {std::pair{10, 76u},
                             {1073741814, 4294967292u},
                             {1073741815, 0u},
@@ -59,7 +66,7 @@ TEST(AlignedFloats, FailingHookAndWrappedSizes) {
       EXPECT_EQ(kMalloc[b](n), nullptr);
       EXPECT_EQ(Counting::asked, bytes) << n;
     }
-  EXPECT_EQ(Counting::mallocs, 25);
+  EXPECT_EQ(Counting::mallocs, 5 * kCopies);  // five requests of each copy
 }
 
 }  // namespace

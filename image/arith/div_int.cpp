@@ -87,7 +87,7 @@ inline bool divRowExtended(const T* a, const T* b, T* d, int len, const Pixel& p
 // to even, or toward minus infinity for 16s below scale factor -7. The row
 // function sets it.
 constexpr uint32_t kMxcsrNearest = kMxcsrMasks;
-constexpr uint32_t kMxcsrDown = kMxcsrMasks | 0x2000;
+constexpr uint32_t kMxcsrDown = kMxcsrMasks | kMxcsrRoundDown;
 
 // Why one single-precision division gives the exact rule. Let x = B / D with
 // B = b 2^-scaleFactor and D = a (or B = b and D = a 2^scaleFactor), both

@@ -139,8 +139,13 @@ struct Mul16sCases {
   using LeftShift = Mul16sLeftShiftOp;
   using Half = Mul16sHalfOp;
   using RightShift = Mul16sRightShiftOp;
+#if LUM_BUILD >= 1
   static constexpr auto plain = ownsMul_16s, signOnly = ownsMul_16s_Bound, half = ownsMul_16s_1Sfs;
   static constexpr auto leftShift = ownsMul_16s_NegSfs, rightShift = ownsMul_16s_PosSfs;
+#else  // no row kernels in the generic build (mulImageRows never calls one): their types only
+  static constexpr decltype(&ownsMul_16s) plain = nullptr, signOnly = nullptr, half = nullptr;
+  static constexpr decltype(&ownsMul_16s_NegSfs) leftShift = nullptr, rightShift = nullptr;
+#endif
 };
 
 }  // namespace

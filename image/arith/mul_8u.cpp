@@ -156,8 +156,13 @@ struct Mul8uCases {
   using LeftShift = Mul8uLeftShiftOp;
   using Half = Mul8uHalfOp;
   using RightShift = Mul8uRightShiftOp;
+#if LUM_BUILD >= 1
   static constexpr auto plain = ownsMul_8u, signOnly = ownsMul_8u_Bound, half = ownsMul_8u_1Sfs;
   static constexpr auto leftShift = ownsMul_8u_NegSfs, rightShift = ownsMul_8u_PosSfs;
+#else  // no row kernels in the generic build (mulImageRows never calls one): their types only
+  static constexpr decltype(&ownsMul_8u) plain = nullptr, signOnly = nullptr, half = nullptr;
+  static constexpr decltype(&ownsMul_8u_NegSfs) leftShift = nullptr, rightShift = nullptr;
+#endif
 };
 
 }  // namespace

@@ -37,9 +37,6 @@ LUM_BEGIN_BUILD
 
 namespace {
 
-constexpr uint32_t kRoundTowardsZero = 0x6000, kRoundingBits = 0x6000;
-constexpr uint32_t kInvalidFlag = 0x01, kDenormalsAreZero = 0x40;
-
 // 2^-scaleFactor as 1.0 halved or doubled scaleFactor times in single
 // precision makes it: exact down to the smallest denormal, then 0; exact up
 // to 2^127, then infinity.
@@ -207,16 +204,16 @@ void roundedRow(const Lum32f* src, T* dst, int len, __m128 m, int mode) {
 template <class T>
 void convertRounded(const Lum32f* src, T* dst, int len, int mode, int scaleFactor) {
   const uint32_t own =
-      kRoundingBits | kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
-  const OwnMxcsr rounding((mode == 0 ? kRoundTowardsZero : 0) | kMxcsrMasks, ~own);
+      kMxcsrRounding | kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kMxcsrDenormalsAreZero : 0);
+  const OwnMxcsr rounding((mode == 0 ? kMxcsrRoundTowardsZero : 0) | kMxcsrMasks, ~own);
   if (scaleFactor == 0)
     roundedRow<false>(src, dst, len, _mm_setzero_ps(), mode);
   else
     roundedRow<true>(src, dst, len, _mm_set1_ps(scaleMultiplier(scaleFactor)), mode);
   // A NaN converts to 0, and so does a zero times an infinite multiplier
   // (NaN in single precision, the type's maximum after the clamp above).
-  const bool infinite = scaleFactor < -127, daz = (rounding.caller() & kDenormalsAreZero) != 0;
-  if (rounding.raised() & kInvalidFlag)
+  const bool infinite = scaleFactor < -127, daz = (rounding.caller() & kMxcsrDenormalsAreZero) != 0;
+  if (rounding.raised() & kFpInvalidFlag)
     for (int i = 0; i < len; ++i)
       if (isNaNBits(src + i) || (infinite && readsAsZero(src + i, daz))) storePixel(dst + i, T(0));
   if (zeroMultiplier(scaleFactor)) saturateInfinities(src, dst, len);
@@ -232,7 +229,7 @@ Lum8u awayFromZeroOne(const Lum32f* p, long double m) {
   const long double v = static_cast<long double>(loadPixel(p)) * m;
   if (v != v || v <= 0) return 0;
   if (v >= 255) return 255;
-  const int n = truncateByChopping(v);
+  const int n = x87TruncateToInt(v);
   return static_cast<Lum8u>(v - n >= 0.5L ? n + 1 : n);
 }
 
@@ -283,7 +280,7 @@ void awayFromZeroRow(const Lum32f* src, T* dst, int len, __m128 m) {
 template <class T>
 void convertAwayFromZero(const Lum32f* src, T* dst, int len, int scaleFactor) {
   const __m128 m = _mm_set1_ps(scaleMultiplier(scaleFactor));
-  const uint32_t own = kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kDenormalsAreZero : 0);
+  const uint32_t own = kMxcsrMasks | (denormalMultiplier(scaleFactor) ? kMxcsrDenormalsAreZero : 0);
   const OwnMxcsr masked(kMxcsrMasks, ~own);
   if (scaleFactor == 0)
     awayFromZeroRow<false>(src, dst, len, m);

@@ -7,13 +7,11 @@
 // unrounded sum in its own precision, and the caller's rounding mode never
 // changes what a pixel becomes.
 //
-// An x87 sum is stored by FISTP, which rounds to nearest with ties to even
-// under the rounding control the caller almost always has: the control word
-// is read, and only under another rounding is it switched to nearest for
-// the one store and back at once (loading the control word stalls the x87,
-// twice a pixel where it was switched every time). A float sum takes a half
-// step in double, where it is exact, is truncated by chopping, and a tie
-// (n - sum exactly a half) is made even towards zero's side of the half.
+// An x87 sum is stored by FISTP rounding to nearest with ties to even
+// (x87NearestToInt, which switches the control word only where the caller
+// rounds otherwise). A float sum takes a half step in double, where it is
+// exact, is truncated by chopping (x87TruncateToInt), and a tie (n - sum
+// exactly a half) is made even towards zero's side of the half.
 #ifndef LUM_IMAGE_FILTER_TO_PIXEL_H
 #define LUM_IMAGE_FILTER_TO_PIXEL_H
 
@@ -21,42 +19,12 @@
 
 LUM_BEGIN_BUILD
 
-inline int truncateByChopping(long double v) {
-  uint16_t own, chop;
-  int n;
-  __asm__ volatile("fnstcw %0" : "=m"(own));
-  chop = static_cast<uint16_t>(own | 0x0C00);
-  __asm__ volatile("fldcw %1\n\tfistpl %0\n\tfldcw %2"
-                   : "=m"(n)
-                   : "m"(chop), "m"(own), "t"(v)
-                   : "st");
-  return n;
-}
-
-// The x87 sum rounded to nearest, ties to even, by FISTP under a rounding
-// control of nearest.
-inline int nearestByStoring(long double v) {
-  uint16_t own, nearest;
-  int n;
-  __asm__ volatile("fnstcw %0" : "=m"(own));
-  if ((own & 0x0C00) == 0) {
-    __asm__ volatile("fistpl %0" : "=m"(n) : "t"(v) : "st");
-    return n;
-  }
-  nearest = static_cast<uint16_t>(own & ~0x0C00);
-  __asm__ volatile("fldcw %1\n\tfistpl %0\n\tfldcw %2"
-                   : "=m"(n)
-                   : "m"(nearest), "m"(own), "t"(v)
-                   : "st");
-  return n;
-}
-
 // n = sum + half truncated, then a tie (n - sum exactly a half) made even
 // towards zero's side of the half: for half = 0.5 a tie moves n down, for
 // half = -0.5 up.
 template <class Sum>
 inline int roundHalfToEven(Sum s, int half) {
-  int n = truncateByChopping(static_cast<double>(s) + static_cast<double>(half) / 2);
+  int n = x87TruncateToInt(static_cast<double>(s) + static_cast<double>(half) / 2);
   if (static_cast<Sum>(n) - s == static_cast<Sum>(half) / 2 && (n & 1) != 0) n -= half;
   return n;
 }
@@ -66,7 +34,7 @@ template <class Sum>
 inline int nearestEven(Sum s) {
   return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1);
 }
-inline int nearestEven(long double s) { return nearestByStoring(s); }
+inline int nearestEven(long double s) { return x87NearestToInt(s); }
 
 // A NaN is told apart first, by the one comparison that raises nothing for a
 // quiet NaN: the ordered ones (>=, <=) raise invalid on any NaN, which traps

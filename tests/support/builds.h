@@ -1,4 +1,4 @@
-// The six image builds as a test parameter. A build this processor cannot
+// The image builds as a test parameter. A build this processor cannot
 // run is skipped, never passed silently.
 #ifndef LUM_TESTS_SUPPORT_BUILDS_H
 #define LUM_TESTS_SUPPORT_BUILDS_H
@@ -7,13 +7,19 @@
 
 #include <string>
 
+#include "core/builds.h"
 #include "lum.h"
 #include "processor.h"
 
 namespace lumtest {
-constexpr int kNumBuilds = 6;
+constexpr int kNumBuilds = LUM_NUM_BUILDS;
 inline bool buildSupported(int k) { return processorRunsBuild(k); }
 }  // namespace lumtest
+
+// {lum::k0::name, .., lum::k5::name}: a function of the image code in each build, by index.
+#define LUM_BUILD_ENTRY(tag, index, name) lum::tag::name,
+#define LUM_PER_BUILD(name) \
+  { LUM_FOR_EACH_BUILD(LUM_BUILD_ENTRY, name) }
 
 class PerBuild : public testing::TestWithParam<int> {
  protected:

@@ -56,10 +56,10 @@ Case<T> mulCase(int build, int sf) {
 
 template <class T>
 Case<T> fillCase(int build, int value) {
-#define LUM_SET(k) \
-  (sizeof(T) == 1 ? (const void*)k##_lumiSet_8u_C1R : (const void*)k##_lumiSet_16s_C1R)
-  const void* const set[] = {LUM_SET(k0), LUM_SET(k1), LUM_SET(k2),
-                             LUM_SET(k3), LUM_SET(k4), LUM_SET(k5)};
+#define LUM_SET(k, ...) \
+  (sizeof(T) == 1 ? (const void*)k##_lumiSet_8u_C1R : (const void*)k##_lumiSet_16s_C1R),
+  const void* const set[] = { LUM_FOR_EACH_BUILD(LUM_SET) };
+#undef LUM_SET
   return {(sizeof(T) == 1 ? "lumiSet_8u_C1R " : "lumiSet_16s_C1R ") + std::to_string(T(value)),
           set[build],
           0,

@@ -11,27 +11,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <vector>
 
+#include "support/builds.h"
 #include "support/harness.h"
 
-#define LUM_CONVERT_8U(k)                                                \
+#define LUM_CONVERT_8U(k, ...)                                           \
   namespace lum::k {                                                     \
   LumStatus lumsConvert_32f8u_Sfs(const Lum32f*, Lum8u*, int, int, int); \
   }
-#define LUM_CONVERT_16S(k)                                                 \
+#define LUM_CONVERT_16S(k, ...)                                            \
   namespace lum::k {                                                       \
   LumStatus lumsConvert_32f16s_Sfs(const Lum32f*, Lum16s*, int, int, int); \
   }
-LUM_CONVERT_8U(k1)
-LUM_CONVERT_8U(k2)
-LUM_CONVERT_8U(k3)
-LUM_CONVERT_8U(k4)
-LUM_CONVERT_8U(k5)
-LUM_CONVERT_16S(k2)
-LUM_CONVERT_16S(k3)
-LUM_CONVERT_16S(k4)
-LUM_CONVERT_16S(k5)
+LUM_FOR_EACH_BUILD_FROM_K1(LUM_CONVERT_8U)
+LUM_FOR_EACH_BUILD_FROM_K2(LUM_CONVERT_16S)
 #undef LUM_CONVERT_8U
 #undef LUM_CONVERT_16S
 
@@ -39,19 +34,13 @@ namespace lumtest {
 
 template <class T>
 using Convert = LumStatus (*)(const Lum32f*, T*, int, int, int);
-// Each build's conversions; none where a build has none.
-inline const Convert<Lum8u> to8u[] = {nullptr,
-                                      lum::k1::lumsConvert_32f8u_Sfs,
-                                      lum::k2::lumsConvert_32f8u_Sfs,
-                                      lum::k3::lumsConvert_32f8u_Sfs,
-                                      lum::k4::lumsConvert_32f8u_Sfs,
-                                      lum::k5::lumsConvert_32f8u_Sfs};
-inline const Convert<Lum16s> to16s[] = {nullptr,
-                                        nullptr,
-                                        lum::k2::lumsConvert_32f16s_Sfs,
-                                        lum::k3::lumsConvert_32f16s_Sfs,
-                                        lum::k4::lumsConvert_32f16s_Sfs,
-                                        lum::k5::lumsConvert_32f16s_Sfs};
+// Each build's conversions; none where a build has none (k0 has neither, k1 no 16s one).
+inline const Convert<Lum8u> to8u[] = {
+    nullptr, LUM_FOR_EACH_BUILD_FROM_K1(LUM_BUILD_ENTRY, lumsConvert_32f8u_Sfs)};
+inline const Convert<Lum16s> to16s[] = {
+    nullptr, nullptr, LUM_FOR_EACH_BUILD_FROM_K2(LUM_BUILD_ENTRY, lumsConvert_32f16s_Sfs)};
+static_assert(std::size(to8u) == kNumBuilds && std::size(to16s) == kNumBuilds,
+              "an entry per build");
 
 inline long convertReference(float x, int mode, int sf, long lo, long hi, bool singleMultiplier) {
   if (std::isnan(x)) return 0;

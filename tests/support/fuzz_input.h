@@ -30,7 +30,7 @@ class FuzzInput {
 
   // A build this processor runs: the one asked for, or the highest below it.
   int build() {
-    int k = pick(6);
+    int k = pick(LUM_NUM_BUILDS);
     while (k > 0 && !processorRunsBuild(k)) --k;
     return k;
   }

@@ -3,256 +3,32 @@
 // destination pixel, and its argument checks in order. The harness calls it through the C calling
 // convention with the stack misaligned in turn, on operands between inaccessible pages (sources
 // read-only), and checks the status, every destination pixel, every byte around the region, the
-// floating-point control state, the exception flags the caller had set and the MMX state.
+// floating-point control state, the exception flags the caller had set and the MMX state. What it
+// stands on has a header each: the floating-point state (fp_environment.h), the guarded operands
+// (guarded_image.h) and the call with its argument checks (call.h).
 #ifndef LUM_TESTS_SUPPORT_HARNESS_H
 #define LUM_TESTS_SUPPORT_HARNESS_H
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <climits>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "lum.h"
+#include "support/call.h"
+#include "support/fp_environment.h"
+#include "support/guarded_image.h"
 #include "support/threads.h"
 
-// Calls a cdecl function with the stack pointer `offset` bytes (0, 4, 8 or 12) past a 16-byte
-// boundary at the call, as older i386 code may do (misaligned_call.S).
-extern "C" uint32_t lumtest_call_misaligned(const void* fn, const uint32_t* args, int nargs,
-                                            int offset);
-
 namespace lumtest {
-
-// ---- Floating-point environments: the MXCSR's control fields (0 without
-// SSE; its flags record what the arithmetic raised) and the x87 control word.
-struct FpEnv {
-  const char* name;
-  uint32_t mxcsr;
-  uint16_t x87;
-};
-// The last one holds the x87 to single precision (24-bit significands), rounding down: the generic
-// build's products and differences, and k0's and k1's extended sums, are then rounded to that
-// precision first (a product in the denormal range twice), as on a processor; an emulator need not
-// model it.
-inline const FpEnv kEnvs[] = {
-    {"default", 0x1F80, 0x037F},
-    {"SSE rounding up", 0x5F80, 0x037F},
-    {"SSE flush-to-zero, denormals-are-zero; x87 toward zero", 0x9FC0, 0x0F7F},
-    {"SSE toward zero; x87 24-bit precision, rounding down", 0x7F80, 0x047F}};
-constexpr int kNumEnvs = int(sizeof kEnvs / sizeof kEnvs[0]);
-inline bool hasSse() { return __builtin_cpu_init(), __builtin_cpu_supports("sse"); }
-// Under valgrind's memcheck (scripts/test.sh sets LUM_MEMCHECK), which models no x87 tag word.
-inline bool underMemcheck() {
-  static const bool set = std::getenv("LUM_MEMCHECK") != nullptr;
-  return set;
-}
-// Also tells whether every x87 register is tagged empty, as the calling convention requires: MMX
-// instructions tag them all valid until the state is cleared.
-inline FpEnv readFp(bool* x87RegistersFree = nullptr) {
-  uint16_t env[14];
-  __asm__ __volatile__("fnstenv %0\n\tfldcw %0" : "=m"(env)::"memory");  // fnstenv masks exceptions
-  FpEnv e{"", 0, env[0]};
-  if (x87RegistersFree) *x87RegistersFree = env[4] == 0xFFFF || underMemcheck();
-  if (hasSse()) __asm__ __volatile__("stmxcsr %0" : "=m"(e.mxcsr)::"memory");
-  return e.mxcsr &= ~0x3Fu, e;
-}
-inline FpEnv writeFp(const FpEnv& e) {
-  __asm__ __volatile__("fldcw %0" ::"m"(e.x87) : "memory");
-  if (hasSse()) __asm__ __volatile__("ldmxcsr %0" ::"m"(e.mxcsr) : "memory");
-  return readFp();
-}
-
-// ---- Exception flags: bits 0..5 of the MXCSR (0 without SSE) and of the x87 status word, in the
-// same order (invalid, denormal, division by zero, overflow, underflow, inexact).
-constexpr unsigned kFpFlags = 0x3F;
-struct FpFlags {
-  uint32_t mxcsr;
-  uint16_t x87;
-};
-inline FpFlags readFpFlags() {
-  FpFlags f{0, 0};
-  __asm__ __volatile__("fnstsw %0" : "=m"(f.x87)::"memory");
-  if (hasSse()) __asm__ __volatile__("stmxcsr %0" : "=m"(f.mxcsr)::"memory");
-  return f.mxcsr &= kFpFlags, f.x87 &= kFpFlags, f;
-}
-// Replaces the flags, the control state unchanged. An x87 flag whose exception is unmasked would
-// trap at the next x87 instruction: the caller sets only masked ones.
-inline void writeFpFlags(const FpFlags& f) {
-  uint16_t env[14];
-  __asm__ __volatile__("fnstenv %0"
-                       : "=m"(env)::"memory");  // masks exceptions; fldenv brings the word back
-  env[2] = uint16_t((env[2] & ~0x80FFu) |
-                    (f.x87 & kFpFlags));  // also the stack fault, summary and busy bits
-  __asm__ __volatile__("fldenv %0" ::"m"(env) : "memory");
-  if (!hasSse()) return;
-  uint32_t mxcsr;
-  __asm__ __volatile__("stmxcsr %0" : "=m"(mxcsr)::"memory");
-  mxcsr = (mxcsr & ~kFpFlags) | (f.mxcsr & kFpFlags);
-  __asm__ __volatile__("ldmxcsr %0" ::"m"(mxcsr) : "memory");
-}
-
-// Which exception flags the next call starts with, in turn: none, each alone, all six. A run
-// replays the same turns; the fuzz targets start each input at a turn of its own.
-inline unsigned& fpFlagsTurn() {
-  static unsigned turn = 0;
-  return turn;
-}
-constexpr unsigned kFpFlagTurns = 8;
-inline unsigned nextFpFlags() {
-  const unsigned k = fpFlagsTurn()++ % kFpFlagTurns;
-  return k == 0 ? 0 : k == 7 ? kFpFlags : 1u << (k - 1);
-}
-
-// One call's floating-point surroundings. From construction `env` is in force with the turn's flags
-// raised in the MXCSR and, where `env` masks their exception, in the x87 status word; called()
-// reads what the call left, fault() says what it must not have done: change the control state, or
-// clear a flag that was set before it. The caller's environment comes back at restore(), at the
-// latest at destruction (references worked out after the call still run under `env`).
-class FpAroundCall {
- public:
-  explicit FpAroundCall(const FpEnv& env)
-      : caller_(readFp()), callerFlags_(readFpFlags()), set_(writeFp(env)) {
-    const unsigned f = nextFpFlags();
-    writeFpFlags({f, uint16_t(f & env.x87)});
-    before_ =
-        readFpFlags();  // as held: none without SSE, nor where a tool models no flags (memcheck)
-  }
-  ~FpAroundCall() { restore(); }
-  void restore() {
-    if (restored_) return;
-    restored_ = true;
-    writeFp(caller_);
-    writeFpFlags(callerFlags_);
-  }
-  FpAroundCall(const FpAroundCall&) = delete;
-  FpAroundCall& operator=(const FpAroundCall&) = delete;
-
-  void called() { after_ = readFp(&x87RegistersFree_), afterFlags_ = readFpFlags(); }
-  bool x87RegistersFree() const { return x87RegistersFree_; }
-  std::string fault() const {
-    char control[96] = "", flags[96] = "";
-    const unsigned lostSse = before_.mxcsr & ~afterFlags_.mxcsr,
-                   lostX87 = before_.x87 & ~afterFlags_.x87;
-    if (after_.mxcsr != set_.mxcsr || after_.x87 != set_.x87)
-      std::snprintf(
-          control, sizeof control, "control state changed: MXCSR 0x%x to 0x%x, x87 0x%x to 0x%x; ",
-          unsigned(set_.mxcsr), unsigned(after_.mxcsr), unsigned(set_.x87), unsigned(after_.x87));
-    if (lostSse || lostX87)
-      std::snprintf(
-          flags, sizeof flags,
-          "exception flags set before the call cleared: MXCSR 0x%x of 0x%x, x87 0x%x of 0x%x",
-          lostSse, unsigned(before_.mxcsr), lostX87, unsigned(before_.x87));
-    return std::string(control) + flags;
-  }
-
- private:
-  FpEnv caller_;
-  FpFlags callerFlags_;
-  FpEnv set_, after_{};
-  FpFlags before_{}, afterFlags_{};
-  bool x87RegistersFree_ = false, restored_ = false;
-};
-
-inline uint32_t word(const void* p) { return uint32_t(reinterpret_cast<uintptr_t>(p)); }
-
-// ---- Guarded operands. A Place is a step in bytes (any sign, zero included)
-// and the gap of pattern between the region and the guard page it lies
-// against. An Image holds `height` rows of `rowBytes` between two
-// inaccessible pages, the rest of its block a pseudo-random pattern.
-struct Place {
-  int step, gap = 0;
-  bool atStart = false;
-};
-struct Image {
-  Image(int rowBytes, int height, const Place& p)
-      : step(p.step), page(size_t(sysconf(_SC_PAGESIZE))) {
-    const ptrdiff_t last = ptrdiff_t(height - 1) * step, lo = std::min<ptrdiff_t>(last, 0),
-                    span = std::max<ptrdiff_t>(last, 0) - lo + rowBytes;
-    body = (span + p.gap + page - 1) / page * page;
-    map = static_cast<uint8_t*>(
-        mmap(nullptr, body + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    protect(PROT_READ | PROT_WRITE);
-    origin = (p.atStart ? begin() + p.gap : begin() + body - p.gap - span) - lo;
-    for (uint32_t i = 0, s = word(map); i < body; ++i)
-      begin()[i] = uint8_t((s = s * 1664525u + 1013904223u) >> 24);
-  }
-  ~Image() { munmap(map, body + 2 * page); }
-  uint8_t* begin() const { return map + page; }
-  uint8_t* row(int y) const { return origin + ptrdiff_t(y) * step; }
-  std::vector<uint8_t> bytes() const { return {begin(), begin() + body}; }
-  void protect(int prot) const { mprotect(begin(), body, prot); }
-  int step;
-  size_t page, body;
-  uint8_t *map, *origin;
-};
-
-// ---- Calls: `head` words, pointer and step of each source and of the
-// destination, the size, then `tail` words.
-struct Args {
-  std::vector<uint32_t> head, tail;
-  int sources, srcStep[2], dstStep;
-  const void* src[2];
-  void* dst;
-  LumSize size;
-};
-inline LumStatus call(const void* fn, const Args& a) {
-  std::vector<uint32_t> w = a.head;
-  for (int i = 0; i < a.sources; ++i) w.insert(w.end(), {word(a.src[i]), uint32_t(a.srcStep[i])});
-  w.insert(w.end(),
-           {word(a.dst), uint32_t(a.dstStep), uint32_t(a.size.width), uint32_t(a.size.height)});
-  w.insert(w.end(), a.tail.begin(), a.tail.end());
-#if defined(LUM_SANITIZE)  // the sanitizer flags a hand-made call frame itself; a block of words
-  struct Words {
-    uint32_t w[12];
-  } words{};  // by value is the same stack as the words one by one
-  std::copy(w.begin(), w.end(), words.w);
-  return reinterpret_cast<LumStatus (*)(Words)>(const_cast<void*>(fn))(words);
-#else
-  static int turn = 0;
-  return LumStatus(lumtest_call_misaligned(fn, w.data(), int(w.size()), 4 * (turn++ % 4)));
-#endif
-}
-
-// An argument check: how it breaks a good call, the status that must come
-// back, and its condition, which holds for any call it must refuse. A call
-// gets the status of the first check whose condition holds (the checks are
-// listed in their documented order). The shared ones: null pointers in
-// argument order, then height and width below 1.
-struct Check {
-  std::string what;
-  std::function<void(Args&)> breaks;
-  LumStatus status;
-  std::function<bool(const Args&)> holds;
-};
-inline LumStatus verdict(const std::vector<Check>& checks, const Args& a) {
-  for (const Check& c : checks)
-    if (c.holds(a)) return c.status;
-  return lumStsNoErr;
-}
-inline std::vector<Check> nullAndSizeChecks(int sources) {
-  std::vector<Check> c;
-  for (int i = 0; i < sources; ++i)
-    c.push_back({"source " + std::to_string(i + 1) + " null", [i](Args& a) { a.src[i] = nullptr; },
-                 lumStsNullPtrErr, [i](const Args& a) { return a.src[i] == nullptr; }});
-  c.push_back({"destination null", [](Args& a) { a.dst = nullptr; }, lumStsNullPtrErr,
-               [](const Args& a) { return a.dst == nullptr; }});
-  const auto sizeBelowOne = [](const Args& a) { return a.size.width < 1 || a.size.height < 1; };
-  for (int bad : {0, -1, INT_MIN})
-    for (bool width : {false, true})
-      c.push_back({(width ? "width " : "height ") + std::to_string(bad),
-                   [=](Args& a) { (width ? a.size.width : a.size.height) = bad; }, lumStsSizeErr,
-                   sizeBelowOne});
-  return c;
-}
 
 // ---- A function under test in one build. Its reference gives a destination pixel from the source
 // pixels at its place (pointers into row-major copies of the sources, null where there is none); it
@@ -344,13 +120,6 @@ std::string show(const T& v) {
   return std::memcpy(&bits, &v, sizeof v),
          std::snprintf(s, sizeof s, "%.9g (0x%x)", double(v), unsigned(bits)), s;
 }
-
-// Where the operands lie; inPlace 0 or 1: the destination is that source.
-struct Layout {
-  int width, height;
-  Place src[2], dst;
-  int inPlace = -1;
-};
 
 // One call in one build, with `threads` threads, under `env`, on sources from `data` (first then
 // second, each width x height) or random ones. With `fault` the call is broken by it. A call the

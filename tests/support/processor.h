@@ -4,6 +4,8 @@
 #ifndef LUM_TESTS_SUPPORT_PROCESSOR_H
 #define LUM_TESTS_SUPPORT_PROCESSOR_H
 
+#include "core/builds.h"
+
 namespace lumtest {
 
 // Each build needs the instruction sets of the builds below it, and its own.
@@ -15,7 +17,8 @@ inline bool processorRunsBuild(int k) {
                      __builtin_cpu_supports("sse3"),
                      __builtin_cpu_supports("ssse3"),
                      __builtin_cpu_supports("sse4.1")};
-  return k >= 0 && k <= 5 && own[k] && (k == 0 || processorRunsBuild(k - 1));
+  static_assert(sizeof own / sizeof own[0] == LUM_NUM_BUILDS, "an instruction set per build");
+  return k >= 0 && k < LUM_NUM_BUILDS && own[k] && (k == 0 || processorRunsBuild(k - 1));
 }
 
 }  // namespace lumtest

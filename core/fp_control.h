@@ -67,18 +67,26 @@ struct X87Env {
 // The stores and loads take the word where it lies, as the instructions do:
 // a word that has to be in memory anyway (a member, a variable the worker
 // threads share) is not copied on the way.
+//
+// Every load of a control, and every read of the flags, is also a barrier
+// for memory: no load or store of pixels moves across it, so that the work
+// of a scope stays between the load of its control and the caller's coming
+// back, and its flags are read after it. Reading the control word is not
+// (the integer stores below read it per pixel and change nothing).
 inline void storeX87Control(uint16_t& cw) { __asm__ volatile("fnstcw %0" : "=m"(cw)); }
-inline void loadX87Control(const uint16_t& cw) { __asm__ volatile("fldcw %0" : : "m"(cw)); }
-inline void storeX87Status(uint16_t& sw) { __asm__ volatile("fnstsw %0" : "=m"(sw)); }
-inline void clearX87Flags() { __asm__ volatile("fnclex"); }
+inline void loadX87Control(const uint16_t& cw) {
+  __asm__ volatile("fldcw %0" : : "m"(cw) : "memory");
+}
+inline void storeX87Status(uint16_t& sw) { __asm__ volatile("fnstsw %0" : "=m"(sw) : : "memory"); }
+inline void clearX87Flags() { __asm__ volatile("fnclex" : : : "memory"); }
 // The flags cleared, then a control word loaded: a flag raised before that
 // the new word unmasks would trap at the next x87 instruction.
 inline void clearX87FlagsLoadControl(const uint16_t& cw) {
-  __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(cw));
+  __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(cw) : "memory");
 }
 // fnstenv masks every x87 exception after storing the environment.
-inline void storeX87Env(X87Env& env) { __asm__ volatile("fnstenv %0" : "=m"(env)); }
-inline void loadX87Env(const X87Env& env) { __asm__ volatile("fldenv %0" : : "m"(env)); }
+inline void storeX87Env(X87Env& env) { __asm__ volatile("fnstenv %0" : "=m"(env) : : "memory"); }
+inline void loadX87Env(const X87Env& env) { __asm__ volatile("fldenv %0" : : "m"(env) : "memory"); }
 
 inline uint16_t readX87Control() {
   uint16_t cw;
@@ -137,25 +145,14 @@ inline int x87NearestToInt(long double v) {
 
 // ---- The MXCSR ----------------------------------------------------------------
 #if LUM_FP_HAS_MXCSR
-inline void storeMxcsr(uint32_t& v) { __asm__ volatile("stmxcsr %0" : "=m"(v)); }
-inline void loadMxcsr(const uint32_t& v) { __asm__ volatile("ldmxcsr %0" : : "m"(v)); }
+// Barriers for memory too, as the x87 loads above.
+inline void storeMxcsr(uint32_t& v) { __asm__ volatile("stmxcsr %0" : "=m"(v) : : "memory"); }
+inline void loadMxcsr(const uint32_t& v) { __asm__ volatile("ldmxcsr %0" : : "m"(v) : "memory"); }
 
 inline uint32_t readMxcsr() {
   uint32_t v;
   storeMxcsr(v);
   return v;
-}
-
-// The same, and no load or store of memory moves across them: the pixels a
-// scope's work reads and writes stay between the load of its own control and
-// the caller's coming back (OwnMxcsr).
-inline uint32_t readMxcsrFenced() {
-  uint32_t v;
-  __asm__ volatile("stmxcsr %0" : "=m"(v) : : "memory");
-  return v;
-}
-inline void loadMxcsrFenced(const uint32_t& v) {
-  __asm__ volatile("ldmxcsr %0" : : "m"(v) : "memory");
 }
 #endif
 
@@ -285,19 +282,19 @@ class OwnX87Control {
 class OwnMxcsr {
  public:
   explicit OwnMxcsr(uint32_t control, uint32_t callers = 0) {
-    caller_ = readMxcsrFenced();
+    caller_ = readMxcsr();
     const uint32_t own = ((caller_ & callers) | (control & ~callers)) & ~kFpFlags;
-    if (own != caller_) loadMxcsrFenced(own);
+    if (own != caller_) loadMxcsr(own);
   }
   ~OwnMxcsr() {
-    const uint32_t now = readMxcsrFenced(), back = caller_ | (now & kFpFlags);
-    if (back != now) loadMxcsrFenced(back);
+    const uint32_t now = readMxcsr(), back = caller_ | (now & kFpFlags);
+    if (back != now) loadMxcsr(back);
   }
   OwnMxcsr(const OwnMxcsr&) = delete;
   OwnMxcsr& operator=(const OwnMxcsr&) = delete;
 
   uint32_t caller() const { return caller_; }
-  uint32_t raised() const { return readMxcsrFenced() & kFpFlags; }
+  uint32_t raised() const { return readMxcsr() & kFpFlags; }
 
  private:
   uint32_t caller_;

@@ -57,12 +57,12 @@ Lum32u controlToPortable(Lum32u cw) {
   portable |= (cw & kX87Rounding) >> 2;
   // Precision: 0x300 (64-bit significand) and the reserved 0x100 read as 0.
   switch (cw & kX87Precision) {
-    case 0x0200u:
+    case 0x0200u:  // 53-bit
       portable |= 0x00010000u;
-      break;  // 53-bit
-    case 0x0000u:
+      break;
+    case 0x0000u:  // 24-bit
       portable |= 0x00020000u;
-      break;  // 24-bit
+      break;
     default:
       break;
   }
@@ -75,14 +75,14 @@ Lum32u controlToHardware(Lum32u portable) {
   Lum32u cw = exceptionsToHardware(portable);
   cw |= (portable & kPortableRounding) << 2;
   switch (portable & kPortablePrecision) {
-    case 0x00000000u:
+    case 0x00000000u:  // 64-bit
       cw |= 0x0300u;
-      break;  // 64-bit
-    case 0x00010000u:
+      break;
+    case 0x00010000u:  // 53-bit
       cw |= 0x0200u;
-      break;  // 53-bit
-    default:
-      break;  // 0x20000 and 0x30000: 24-bit, field 0
+      break;
+    default:  // 0x20000 and 0x30000: 24-bit, field 0
+      break;
   }
   if (portable & kPortableInfinity) cw |= kX87Infinity;
   return cw;

@@ -320,11 +320,11 @@ struct Div16sShiftedBlock {
   using T = Lum16s;
   using Zeros = ZeroWords;
   __m128 magic;
-  __m128i halfMagic, lowBits, shifted,
-      one = _mm_set1_epi16(1);  // shifted: 2^k, B modulo 2^16 is b times it
+  // shifted: 2^k, B modulo 2^16 is b times it.
+  __m128i halfMagic, lowBits, shifted, one = _mm_set1_epi16(1);
 #if LUM_BUILD <= 4
-  WordFloats dividends{
-      0, 32768};  // a zero dividend comes out as -0 when rounding down, which does no harm
+  // A zero dividend comes out as -0 when rounding down, which does no harm.
+  WordFloats dividends{0, 32768};
   __m128i bias = _mm_set1_epi16(-32768);
 #endif
   explicit Div16sShiftedBlock(int scaleFactor)

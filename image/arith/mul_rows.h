@@ -174,7 +174,7 @@ inline void mulImageRows(const T* pSrc1, int src1Step, const T* pSrc2, int src2S
 // the rows of that case's operation. Cases describes a pixel type: T,
 // kPixelsPerThread and fill(value, pDst, dstStep, roiSize); for each case its operation (Plain,
 // SignOnly, LeftShift(k), Half, RightShift(s)) and row kernel (plain, signOnly, leftShift, half,
-// rightShift: k1..k5 only, named in generic lambdas that the generic build never calls).
+// rightShift: in k1..k5; the generic build's Cases name only their types, as it never calls one).
 template <class Cases, class T = typename Cases::T>
 LUM_ALWAYS_INLINE LumStatus mulScaledImage(const T* pSrc1, int src1Step, const T* pSrc2,
                                            int src2Step, T* pDst, int dstStep, LumSize roiSize,

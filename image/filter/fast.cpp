@@ -33,6 +33,7 @@
 #if LUM_BUILD >= 1
 
 #include "image/filter/widen.h"
+#include "image/saturate.h"
 
 LUM_BEGIN_BUILD
 
@@ -346,7 +347,7 @@ LUM_MMX_LEAF void narrowRow(const Lum32f* sums, Lum16s* d, int width) {
   _mm_empty();
   for (; x < width; ++x) {
     const int n = _mm_cvtss_si32(nanToZero(_mm_load_ss(sums + x)));
-    storePixel(d + x, static_cast<Lum16s>(n < -32768 ? -32768 : n > 32767 ? 32767 : n));
+    storePixel(d + x, saturate<Lum16s>(n));
   }
 }
 inline void convertRow(const Lum32f* sums, Lum16s* d, int width) { narrowRow(sums, d, width); }

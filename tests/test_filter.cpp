@@ -295,9 +295,10 @@ TEST_P(Filter, FastPathsAgainstTheDirectLoop) {
                                {300, 9, 5, 5, 3},
                                {1024, 4, 3, 3, 4}};
   for (int kw = 1; kw <= 9; ++kw) shapes.push_back({40, 5, kw, 1 + kw % 3, kw % 5});
-  for (int w = 16; w <= 40; ++w) shapes.push_back({w, 2 + w % 3, 3 + w % 3, 3, w % 5, 1, w % 4});
-  // Every kernel of 1..9 by 1..3 at widths either side of two whole 32f blocks of 24 outputs (the
-  // rest of a row is one more block, overlapping the one before).
+  // Widths 16 to 100 cover every way a 32f row splits into pairs of blocks of 24 outputs, a single
+  // block and a last block overlapping the one before.
+  for (int w = 16; w <= 100; ++w) shapes.push_back({w, 2 + w % 3, 3 + w % 3, 3, w % 5, 1, w % 4});
+  // Every kernel of 1..9 by 1..3 at widths either side of a pair of 32f blocks.
   for (int kh = 1; kh <= 3; ++kh)
     for (int kw = 1; kw <= 9; ++kw)
       shapes.push_back({44 + kw + kh, kh + kw % 2, kw, kh, (kw + kh) % 5, 1 + kh % 2, kw % 4});

@@ -16,12 +16,12 @@
 //
 // 32f: the whole band at once, a row at a time: blocks of 24 outputs, six
 // accumulators of four whose chains of additions run side by side (a single
-// chain is as long as the kernel has cells), the pixels loaded where they
-// lie; the rest of a row as one more block that ends at the row's end, or in
-// a row narrower than a block four and one at a time. 8u and 16s: the
-// row-pair scheme, each source row read once for two destination rows, the
-// rows' sums kept in two float rows of the scratch and converted when
-// complete.
+// chain is as long as the kernel has cells), two blocks taking the kernel's
+// rows in turn, the pixels loaded where they lie; the rest of a row as one
+// more block that ends at the row's end, or in a row narrower than a block
+// four and one at a time. 8u and 16s: the row-pair scheme, each source row
+// read once for two destination rows, the rows' sums kept in two float rows
+// of the scratch and converted when complete.
 //
 // k1 widens and narrows integers through MMX, whose state must end before
 // any x87 instruction (image/build.h). Its row-pair scheme therefore widens
@@ -102,25 +102,58 @@ struct Int {
 // read from memory, to keep all chains in registers, doubled the loads and
 // ran 1.7 times slower.)
 constexpr int kBlock = 6;
+using Block = __m128[kBlock];
+
+// One row of the window, s its first pixel, times one row of the mirrored
+// kernel, k its first coefficient, added to a block's accumulators.
+template <int KW, class T>
+inline void addKernelRow(Block& acc, const T* s, const Lum32f* k, int kw) {
+  const int w = KW ? KW : kw;
+#pragma GCC unroll 8
+  for (int c = 0; c < w; ++c, k += 4) {
+    const __m128 coefficient = _mm_load_ps(k);
+#pragma GCC unroll 8
+    for (int i = 0; i < kBlock; ++i)
+      acc[i] = _mm_add_ps(acc[i], _mm_mul_ps(fourPixels(s + 4 * i + c), coefficient));
+  }
+}
 
 template <int KW, class T>
 inline void blockOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T* d) {
-  const int w = KW ? KW : kw;
-  __m128 acc[kBlock];
+  Block acc;
 #pragma GCC unroll 8
   for (int i = 0; i < kBlock; ++i) acc[i] = _mm_setzero_ps();
-  const Lum32f* k = mirrored;
-  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1)) {
-#pragma GCC unroll 8
-    for (int c = 0; c < w; ++c, k += 4) {
-      const __m128 coefficient = _mm_load_ps(k);
-#pragma GCC unroll 8
-      for (int i = 0; i < kBlock; ++i)
-        acc[i] = _mm_add_ps(acc[i], _mm_mul_ps(fourPixels(s + 4 * i + c), coefficient));
-    }
-  }
+  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1))
+    addKernelRow<KW>(acc, s, kernelRow(mirrored, r, kw), kw);
 #pragma GCC unroll 8
   for (int i = 0; i < kBlock; ++i) _mm_storeu_ps(d + 4 * i, acc[i]);
+}
+
+// Two blocks side by side: the kernel's rows taken by the first block and
+// the second in turn, each block's sums kept in memory between its rows, so
+// that the second block's chains run while the first's wait on their
+// additions (twelve chains in flight where the registers hold six): 5 to
+// 15% faster than one block after the other. Three blocks gained nothing
+// more.
+template <int KW, class T>
+inline void twoBlockOutputs(const T* s, int srcStep, const Lum32f* mirrored, int kw, int kh, T* d) {
+  alignas(16) Lum32f sums[2][4 * kBlock] = {};
+  for (int r = 0; r < kh; ++r, s = rowAt(s, srcStep, 1)) {
+#pragma GCC unroll 2
+    for (int b = 0; b < 2; ++b) {
+      Block acc;
+#pragma GCC unroll 8
+      for (int i = 0; i < kBlock; ++i) acc[i] = _mm_load_ps(sums[b] + 4 * i);
+      addKernelRow<KW>(acc, s + 4 * kBlock * b, kernelRow(mirrored, r, kw), kw);
+#pragma GCC unroll 8
+      for (int i = 0; i < kBlock; ++i) _mm_store_ps(sums[b] + 4 * i, acc[i]);
+    }
+  }
+#pragma GCC unroll 2
+  for (int b = 0; b < 2; ++b)
+#pragma GCC unroll 8
+    for (int i = 0; i < kBlock; ++i)
+      _mm_storeu_ps(d + 4 * (kBlock * b + i), _mm_load_ps(sums[b] + 4 * i));
 }
 
 template <class T>
@@ -161,8 +194,10 @@ void wholeBandRows(const T* win, int srcStep, T* dst, int dstStep, int width, in
     const T* const s = rowAt(win, srcStep, y);
     T* const d = rowAt(dst, dstStep, y);
     int x = 0;
-    for (; x + 4 * kBlock <= width; x += 4 * kBlock)
-      blockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x);
+    for (; x + 8 * kBlock <= width; x += 8 * kBlock)
+      twoBlockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x);
+    if (x + 4 * kBlock <= width)
+      blockOutputs<KW>(s + x, srcStep, mirrored, kw, kh, d + x), x += 4 * kBlock;
     // The rest of a row at least a block wide as one more block ending at
     // the row's end: the outputs it shares with the block before come out
     // the same bits again, and its chains run side by side where four or

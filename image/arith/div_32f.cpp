@@ -180,41 +180,30 @@ inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum
   }
 }
 
-// Two rounds of eight from i, each its own group, away from the loop that
-// meets them only where a divisor is zero.
+// A round holding a zero divisor, away from the loop that meets one only
+// where a divisor is zero.
 template <bool kAlignedSources>
-__attribute__((noinline, cold)) void divTwoRounds(const Div32fGroup& g, const Lum32f* a,
-                                                  const Lum32f* b, Lum32f* d, int i, bool& zero) {
+__attribute__((noinline, cold)) void divRoundApart(const Div32fGroup& g, const Lum32f* a,
+                                                   const Lum32f* b, Lum32f* d, int i, bool& zero) {
   divRound<kAlignedSources>(g, a, b, d, i, zero);
-  divRound<kAlignedSources>(g, a, b, d, i + 8, zero);
 }
 
 // From i, with the destination 16-byte aligned: rounds of eight elements,
 // both registers one group, then one group of four. Returns where it stopped.
-// Two rounds go together, their divisors tested for zero at once: where
-// neither holds one, all four registers take the estimate; otherwise each
-// round goes its own way.
+// Where neither register holds a zero divisor both take the estimate.
 template <bool kAlignedSources>
 inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i,
                           int len, bool& zero) {
-  for (const int last = len - 16; i <= last; i += 16) {
-    const __m128 zeros = _mm_setzero_ps();
+  for (const int last = len - 8; i <= last; i += 8) {
     const __m128 a0 = loadSource<kAlignedSources>(a + i),
                  a1 = loadSource<kAlignedSources>(a + i + 4);
-    const __m128 a2 = loadSource<kAlignedSources>(a + i + 8),
-                 a3 = loadSource<kAlignedSources>(a + i + 12);
-    const __m128 anyZero = _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(a0, zeros), _mm_cmpeq_ps(a1, zeros)),
-                                     _mm_or_ps(_mm_cmpeq_ps(a2, zeros), _mm_cmpeq_ps(a3, zeros)));
-    if (__builtin_expect(_mm_movemask_ps(anyZero) != 0, 0)) {
-      divTwoRounds<kAlignedSources>(g, a, b, d, i, zero);
+    if (__builtin_expect((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) != 0, 0)) {
+      divRoundApart<kAlignedSources>(g, a, b, d, i, zero);
       continue;
     }
     _mm_store_ps(d + i, g.estimated(a0, loadSource<kAlignedSources>(b + i)));
     _mm_store_ps(d + i + 4, g.estimated(a1, loadSource<kAlignedSources>(b + i + 4)));
-    _mm_store_ps(d + i + 8, g.estimated(a2, loadSource<kAlignedSources>(b + i + 8)));
-    _mm_store_ps(d + i + 12, g.estimated(a3, loadSource<kAlignedSources>(b + i + 12)));
   }
-  if (i + 8 <= len) divRound<kAlignedSources>(g, a, b, d, i, zero), i += 8;
   if (i + 4 <= len) {
     _mm_store_ps(d + i, divGroup(g, loadSource<kAlignedSources>(a + i),
                                  loadSource<kAlignedSources>(b + i), zero));

@@ -164,28 +164,16 @@ inline __m128 loadSource(const Lum32f* p) {
   return kAlignedSources ? _mm_load_ps(p) : _mm_loadu_ps(p);
 }
 
-// One round of eight elements from i, both registers one group.
+// A round of eight from i (both registers one group) holding a zero divisor:
+// lane by lane, away from the loop that meets one only there.
 template <bool kAlignedSources>
-inline void divRound(const Div32fGroup& g, const Lum32f* a, const Lum32f* b, Lum32f* d, int i,
-                     bool& zero) {
-  const __m128 a0 = loadSource<kAlignedSources>(a + i), a1 = loadSource<kAlignedSources>(a + i + 4);
-  const __m128 b0 = loadSource<kAlignedSources>(b + i), b1 = loadSource<kAlignedSources>(b + i + 4);
-  if ((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) == 0) {
-    _mm_store_ps(d + i, g.estimated(a0, b0));
-    _mm_store_ps(d + i + 4, g.estimated(a1, b1));
-  } else {
-    zero = true;
-    _mm_store_ps(d + i, g.laneByLane(a0, b0));
-    _mm_store_ps(d + i + 4, g.laneByLane(a1, b1));
-  }
-}
-
-// A round holding a zero divisor, away from the loop that meets one only
-// where a divisor is zero.
-template <bool kAlignedSources>
-__attribute__((noinline, cold)) void divRoundApart(const Div32fGroup& g, const Lum32f* a,
-                                                   const Lum32f* b, Lum32f* d, int i, bool& zero) {
-  divRound<kAlignedSources>(g, a, b, d, i, zero);
+__attribute__((noinline, cold)) void divRoundWithAZero(const Div32fGroup& g, const Lum32f* a,
+                                                       const Lum32f* b, Lum32f* d, int i,
+                                                       bool& zero) {
+  zero = true;
+  for (int at = i; at < i + 8; at += 4)
+    _mm_store_ps(d + at, g.laneByLane(loadSource<kAlignedSources>(a + at),
+                                      loadSource<kAlignedSources>(b + at)));
 }
 
 // From i, with the destination 16-byte aligned: rounds of eight elements,
@@ -198,7 +186,7 @@ inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b
     const __m128 a0 = loadSource<kAlignedSources>(a + i),
                  a1 = loadSource<kAlignedSources>(a + i + 4);
     if (__builtin_expect((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) != 0, 0)) {
-      divRoundApart<kAlignedSources>(g, a, b, d, i, zero);
+      divRoundWithAZero<kAlignedSources>(g, a, b, d, i, zero);
       continue;
     }
     _mm_store_ps(d + i, g.estimated(a0, loadSource<kAlignedSources>(b + i)));

@@ -133,6 +133,41 @@ TEST_P(Filter, IntegerRuleAtItsEdges) {
     checkFilter<Lum32f>(build(), {9, 2, 3, 3, 1, 1, 0, 1, 0, {1, bad, 1, 0, 2, 0, 1, 0, 1}});
 }
 
+// From SSE2 on the direct loop rounds a register of four sums at once and the row's last ones one
+// at a time: every sum of the rule's edges, and sums that raise each flag the rule can (inexact,
+// denormal), leave the same pixel and raise the same flags in a row of one, four and sixteen, in
+// every environment.
+TEST_P(Filter, FourSumsAtOnceAsOneAtATime) {
+  const float nan = std::nanf(""), denormal = std::ldexp(1.0f, -140);
+  for (int env = 0; env < kNumEnvs; ++env)
+    for (float sum :
+         {0.5f,      1.5f,     2.5f,      254.5f,    254.7f,    255.0f,    300.0f, 1e30f,
+          -1e30f,    -0.5f,    -1.5f,     -2.5f,     0.7f,      -0.7f,     0.3f,   32766.5f,
+          32767.5f,  40000.0f, -32767.5f, -32768.0f, -32768.7f, -40000.0f, nan,    INFINITY,
+          -INFINITY, denormal, -denormal, 0.0f,      -0.0f}) {
+      const auto row = [&](auto pixel, int w) {
+        using T = decltype(pixel);
+        const std::vector<T> src(w, T(1));
+        std::vector<T> dst(w);
+        const FpEnv caller = readFp();
+        writeFp(kEnvs[env]);
+        writeFpFlags({0, 0});
+        entry<T>(build())(src.data(), w * int(sizeof(T)), dst.data(), w * int(sizeof(T)), {w, 1},
+                          &sum, {1, 1}, {0, 0});
+        const FpFlags raised = readFpFlags();
+        writeFp(caller);
+        writeFpFlags({0, 0});
+        EXPECT_TRUE(std::all_of(dst.begin(), dst.end(), [&](T v) { return v == dst[0]; }))
+            << sum << " env " << env << " width " << w;
+        return std::tuple{dst[0], raised.mxcsr, raised.x87};
+      };
+      for (int w : {4, 16}) {
+        EXPECT_EQ(row(Lum8u(), w), row(Lum8u(), 1)) << sum << " env " << env << " width " << w;
+        EXPECT_EQ(row(Lum16s(), w), row(Lum16s(), 1)) << sum << " env " << env << " width " << w;
+      }
+    }
+}
+
 // Exact sums (a kernel of a single 1 on whole pixels), so
 // that the call raises no flag of its own: every flag state the harness takes in turn, each flag
 // alone and all six, is still set after the call, in each environment, through the direct loop, the

@@ -9,8 +9,9 @@
 // product is added in that order to an accumulator that starts at 0.
 //
 // Four neighbouring outputs are computed together, each coefficient loaded
-// once for the four; the row's last width % 4 outputs one at a time, in the
-// same order. The generic and SSE-only builds accumulate on the x87 in the
+// once for the four (from SSE2 on, four such groups at once where the row
+// has them); the row's last width % 4 outputs one at a time, in the same
+// order. The generic and SSE-only builds accumulate on the x87 in the
 // precision its control word selects (extended as usual); from SSE2 on in
 // single precision, four outputs to a register, single pixels in lane 0 of
 // the same operations, so the caller's MXCSR applies alike at every
@@ -44,8 +45,12 @@ const T* windowStart(const T* src, int srcStep, LumSize ks, LumPoint anchor) {
 
 // ---- x87: extended-precision sums --------------------------------------------------
 
-template <class T>
-void fourOutputs(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+// The stack holds the four sums of one group and its operands.
+constexpr int kGroupsAtOnce = 1;
+
+template <int kGroups, class T>
+void outputGroups(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  static_assert(kGroups == 1, "the x87 stack holds one group's sums");
   long double a0 = 0, a1 = 0, a2 = 0, a3 = 0;
   const Lum32f* k = kLast;
   for (int r = 0; r < ks.height; ++r) {
@@ -79,22 +84,30 @@ void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d)
 #else
 
 // ---- SSE: single-precision sums, four outputs a register -------------------------------
-template <class T>
-void fourOutputs(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
-  __m128 a = _mm_setzero_ps();
+// Four groups hold four registers of sums, beside a coefficient and a
+// product, in the eight registers there are.
+constexpr int kGroupsAtOnce = 4;
+
+// kGroups groups of four neighbouring outputs, each coefficient loaded once
+// for all of them. The groups' sums are separate chains of additions, so
+// the processor overlaps them; each output's own sum keeps its order.
+template <int kGroups, class T>
+void outputGroups(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d) {
+  __m128 a[kGroups];
+#pragma GCC unroll 4
+  for (int g = 0; g < kGroups; ++g) a[g] = _mm_setzero_ps();
   const Lum32f* k = kLast;
   for (int r = 0; r < ks.height; ++r) {
     const T* s = rowAt(win, srcStep, r);
-    for (int c = 0; c < ks.width; ++c, --k)
-      a = _mm_add_ps(a, _mm_mul_ps(fourPixels(s + c), _mm_set1_ps(loadPixel(k))));
+    for (int c = 0; c < ks.width; ++c, --k) {
+      const __m128 kv = _mm_set1_ps(loadPixel(k));
+#pragma GCC unroll 4
+      for (int g = 0; g < kGroups; ++g)
+        a[g] = _mm_add_ps(a[g], _mm_mul_ps(fourPixels(s + c + 4 * g), kv));
+    }
   }
-  if constexpr (sizeof(T) == 4) {
-    _mm_storeu_ps(reinterpret_cast<float*>(d), a);
-  } else {
-    float sums[4];
-    _mm_storeu_ps(sums, a);
-    for (int i = 0; i < 4; ++i) storePixel(d + i, FromSum<T>::pixel(sums[i]));
-  }
+#pragma GCC unroll 4
+  for (int g = 0; g < kGroups; ++g) FromSum<T>::storeFour(d + 4 * g, a[g]);
 }
 
 template <class T>
@@ -122,7 +135,9 @@ void directRows(const T* src, int srcStep, T* dst, int dstStep, LumSize band, co
     const T* s = rowAt(win, srcStep, y);
     T* d = rowAt(dst, dstStep, y);
     int x = 0;
-    for (; x < blocks; x += 4) fourOutputs(s + x, srcStep, kLast, ks, d + x);
+    for (; x + 4 * kGroupsAtOnce <= blocks; x += 4 * kGroupsAtOnce)
+      outputGroups<kGroupsAtOnce>(s + x, srcStep, kLast, ks, d + x);
+    for (; x < blocks; x += 4) outputGroups<1>(s + x, srcStep, kLast, ks, d + x);
     for (; x < band.width; ++x) oneOutput(s + x, srcStep, kLast, ks, d + x);
   }
 }

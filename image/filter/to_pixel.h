@@ -9,8 +9,10 @@
 //
 // An x87 sum is stored by FISTP rounding to nearest with ties to even
 // (x87NearestToInt, which switches the control word only where the caller
-// rounds otherwise). A float sum takes a half step in double, where it is
-// exact, is truncated by chopping (x87TruncateToInt), and a tie (n - sum
+// rounds otherwise). A float sum (SSE2 builds only) takes a half step in
+// double, exact for every sum of 2^-30 or more in magnitude (smaller ones
+// truncate to 0 however it rounds), is truncated by SSE2's truncating
+// conversion, which has no rounding mode to switch, and a tie (n - sum
 // exactly a half) is made even towards zero's side of the half.
 #ifndef LUM_IMAGE_FILTER_TO_PIXEL_H
 #define LUM_IMAGE_FILTER_TO_PIXEL_H
@@ -22,18 +24,16 @@ LUM_BEGIN_BUILD
 // n = sum + half truncated, then a tie (n - sum exactly a half) made even
 // towards zero's side of the half: for half = 0.5 a tie moves n down, for
 // half = -0.5 up.
-template <class Sum>
-inline int roundHalfToEven(Sum s, int half) {
-  int n = x87TruncateToInt(static_cast<double>(s) + static_cast<double>(half) / 2);
-  if (static_cast<Sum>(n) - s == static_cast<Sum>(half) / 2 && (n & 1) != 0) n -= half;
+#if LUM_BUILD >= 2
+inline int roundHalfToEven(float s, int half) {
+  int n = _mm_cvttsd_si32(_mm_set_sd(static_cast<double>(s) + static_cast<double>(half) / 2));
+  if (static_cast<float>(n) - s == static_cast<float>(half) / 2 && (n & 1) != 0) n -= half;
   return n;
 }
 
 // The nearest integer, ties to even, of a sum inside the type's range.
-template <class Sum>
-inline int nearestEven(Sum s) {
-  return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1);
-}
+inline int nearestEven(float s) { return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1); }
+#endif
 inline int nearestEven(long double s) { return x87NearestToInt(s); }
 
 // A NaN is told apart first, by the one comparison that raises nothing for a
@@ -55,8 +55,68 @@ inline Lum16s toPixel16s(Sum s) {
   return static_cast<Lum16s>(nearestEven(s));
 }
 
+#if LUM_BUILD >= 2
+// The same rule for four float sums at once (the direct loop's groups),
+// lane by lane the operations of the scalar form, so that the pixels and
+// the flags raised are the same. A lane the rule does not round (NaN,
+// saturated, or 8u at or below 0.5) first takes a stand-in whose every
+// step is exact and lands on its pixel: 0.5 rounds to 0, a top plus a half
+// to one past the top, which the packing saturates, and -32768.5 to
+// -32768. Only comparisons touch the sum in those lanes, as in the scalar
+// form, and they are quiet where the sum may still be a NaN.
+inline __m128 selectLanes(__m128 mask, __m128 yes, __m128 no) {
+  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
+}
+
+// The lanes of roundHalfToEven: n = s + half truncated, a tie made even
+// towards zero's side of the half. With kPositive every lane is above zero
+// (8u: its stand-ins included) and the half is 0.5; otherwise each lane's
+// half goes by its sign.
+template <bool kPositive>
+inline __m128i nearestEven4(__m128 s) {
+  const __m128 positive =
+      kPositive ? _mm_castsi128_ps(_mm_set1_epi32(-1)) : _mm_cmpgt_ps(s, _mm_setzero_ps());
+  const __m128 half = _mm_xor_ps(_mm_set1_ps(-0.5f), _mm_and_ps(positive, _mm_set1_ps(-0.0f)));
+  const __m128d low = _mm_add_pd(_mm_cvtps_pd(s), _mm_cvtps_pd(half));
+  const __m128d high =
+      _mm_add_pd(_mm_cvtps_pd(_mm_movehl_ps(s, s)), _mm_cvtps_pd(_mm_movehl_ps(half, half)));
+  const __m128i n = _mm_unpacklo_epi64(_mm_cvttpd_epi32(low), _mm_cvttpd_epi32(high));
+  const __m128i one = _mm_set1_epi32(1);
+  const __m128i tie = _mm_castps_si128(_mm_cmpeq_ps(_mm_sub_ps(_mm_cvtepi32_ps(n), s), half));
+  if (kPositive) return _mm_sub_epi32(n, _mm_and_si128(tie, _mm_and_si128(n, one)));
+  // The step is 1 where the half is positive, -1 (all ones) where not.
+  const __m128i odd = _mm_cmpeq_epi32(_mm_and_si128(n, one), one);
+  const __m128i step =
+      _mm_or_si128(_mm_andnot_si128(_mm_castps_si128(positive), _mm_set1_epi32(-1)), one);
+  return _mm_sub_epi32(n, _mm_and_si128(_mm_and_si128(tie, odd), step));
+}
+
+inline void storeFourPixels8u(Lum8u* d, __m128 s) {
+  const __m128 nan = _mm_cmpunord_ps(s, s), s0 = _mm_andnot_ps(nan, s);
+  const __m128 zero = _mm_or_ps(nan, _mm_cmple_ps(s0, _mm_set1_ps(0.5f)));
+  const __m128 stand = selectLanes(_mm_cmpge_ps(s0, _mm_set1_ps(255.0f)), _mm_set1_ps(255.5f),
+                                   selectLanes(zero, _mm_set1_ps(0.5f), s0));
+  const __m128i n = nearestEven4<true>(stand), words = _mm_packs_epi32(n, n);
+  const int32_t bytes = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+  __builtin_memcpy(d, &bytes, 4);
+}
+
+inline void storeFourPixels16s(Lum16s* d, __m128 s) {
+  const __m128 nan = _mm_cmpunord_ps(s, s), s0 = _mm_andnot_ps(nan, s);
+  const __m128 stand =
+      selectLanes(_mm_cmpge_ps(s0, _mm_set1_ps(32767.0f)), _mm_set1_ps(32767.5f),
+                  selectLanes(_mm_cmple_ps(s0, _mm_set1_ps(-32768.0f)), _mm_set1_ps(-32768.5f),
+                              selectLanes(nan, _mm_set1_ps(0.5f), s0)));
+  const __m128i n = nearestEven4<false>(stand);
+  alignas(8) Lum16s t[4];
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(t), _mm_packs_epi32(n, n));
+  __builtin_memcpy(d, t, 8);
+}
+#endif
+
 // The pixel of each type from a sum: the rule above for integers, the
-// nearest float under the caller's rounding mode for 32f.
+// nearest float under the caller's rounding mode for 32f; from SSE2 on also
+// four pixels from a register of four sums.
 template <class T>
 struct FromSum;
 template <>
@@ -65,6 +125,9 @@ struct FromSum<Lum8u> {
   static Lum8u pixel(Sum s) {
     return toPixel8u(s);
   }
+#if LUM_BUILD >= 2
+  static void storeFour(Lum8u* d, __m128 s) { storeFourPixels8u(d, s); }
+#endif
 };
 template <>
 struct FromSum<Lum16s> {
@@ -72,6 +135,9 @@ struct FromSum<Lum16s> {
   static Lum16s pixel(Sum s) {
     return toPixel16s(s);
   }
+#if LUM_BUILD >= 2
+  static void storeFour(Lum16s* d, __m128 s) { storeFourPixels16s(d, s); }
+#endif
 };
 template <>
 struct FromSum<Lum32f> {
@@ -79,6 +145,9 @@ struct FromSum<Lum32f> {
   static Lum32f pixel(Sum s) {
     return static_cast<Lum32f>(s);
   }
+#if LUM_BUILD >= 2
+  static void storeFour(Lum32f* d, __m128 s) { _mm_storeu_ps(d, s); }
+#endif
 };
 
 LUM_END_BUILD

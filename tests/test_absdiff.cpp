@@ -61,6 +61,23 @@ TEST_P(AbsDiff, Harness32fOnThisCacheAndOnALargeOne) {
   checkAll<Lum32f>(build(), 1, [&](int, int) { return absDiffCase<Lum32f>(build()); });
 }
 
+// Streamed rows: padded rows of aligned operands (every start and step a multiple of 16) starting
+// at each 16-byte offset of a 64-byte line, through every streaming kernel (k1's and k3's, and
+// k2's, k4's and k5's where nothing tells the cache size); bytes, which k1 streams whatever the
+// alignment, at any offset. Rows end where they may, so that the lines at either end are partial.
+TEST_P(AbsDiff, StreamedRowsAtEveryLineOffset) {
+  CacheScope noCacheSize(0x80000005u, 0, 0);
+  for (int w : {4, 16, 20, 33, 64, 100, 250})
+    for (int at = 0; at < 64; at += 16)
+      for (int extra : {16, 48}) {
+        const int step32 = (4 * w + 15) / 16 * 16 + extra, step8 = w + extra + at % 7;
+        run(build(), absDiffCase<Lum32f>(build()),
+            {w, 5, {{step32, at, true}, {step32, (at + 16) % 64, true}}, {step32, at, true}});
+        run(build(), absDiffCase<Lum8u>(build()),
+            {w, 5, {{step8, at + 1, true}, {step8, at, true}}, {step8, at + 3, true}});
+      }
+}
+
 LUM_INSTANTIATE_PER_BUILD(AbsDiff);
 
 // Three images of width x height floats stream from the largest cache's size on: that of leaf 2, or

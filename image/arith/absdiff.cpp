@@ -142,12 +142,37 @@ LUM_ALWAYS_INLINE void absDiffRegister(const uint8_t* a, const uint8_t* b, uint8
     L::store(d + at, v, kAligned);
 }
 
+// Bytes `i` to `end` of a row (offsets from the row's end): 64-byte blocks,
+// both sources prefetched 64 bytes beyond the start of each or not, then
+// single registers, then (8u) 8-byte pieces, then single pixels; stored or
+// streamed.
+template <class L, bool kAligned, bool kStream, bool kPrefetch>
+LUM_ALWAYS_INLINE void absDiffSpan(const uint8_t* ra, const uint8_t* rb, uint8_t* rd, int i,
+                                   int end) {
+  for (; i <= end - 64; i += 64) {
+    if (kPrefetch) {
+      _mm_prefetch(reinterpret_cast<const char*>(ra + i + 64), _MM_HINT_T0);
+      _mm_prefetch(reinterpret_cast<const char*>(rb + i + 64), _MM_HINT_T0);
+    }
+#pragma GCC unroll 8
+    for (int r = 0; r < 64; r += L::kBytes)
+      absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i + r);
+  }
+  for (; i <= end - L::kBytes; i += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i);
+  if (L::kEightByteStage)
+    for (; i <= end - 8; i += 8) L::eightBytes(ra + i, rb + i, rd + i);
+  for (; i < end; i += L::kPixelBytes) L::pixel(ra + i, rb + i, rd + i);
+}
+
 // One body of a kernel over all rows: aligned loads and stores (every pointer
-// and step a multiple of 16) or unaligned ones, non-temporal stores in the
-// blocks or ordinary ones, both sources prefetched 64 bytes beyond the start
-// of each 64-byte block or not. Rows that follow one another in all three images
-// are walked as one row, so that blocks run on across their ends. A
-// streaming body ends with a store fence; every body leaves the registers
+// and step a multiple of 16) or unaligned ones, non-temporal stores or
+// ordinary ones, sources prefetched or not. Rows that follow one another in
+// all three images are walked as one row, so that blocks run on across their
+// ends. A streaming body streams the whole 64-byte lines of each destination
+// row and stores the partial lines at the row's ends: an ordinary store into
+// a line that streamed stores have begun flushes it part-written, and costs
+// far more than the line (here about 0.4 us, a row of 250 pixels fifteen
+// times over). It ends with a store fence; every body leaves the registers
 // free.
 template <class L, bool kAligned, bool kStream, bool kPrefetch>
 LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d,
@@ -158,19 +183,17 @@ LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int
     const uint8_t* rb = rowAt(b, bStep, y) + rowBytes;
     uint8_t* rd = rowAt(d, dStep, y) + rowBytes;
     int i = -rowBytes;
-    for (; i <= -64; i += 64) {
-      if (kPrefetch) {
-        _mm_prefetch(reinterpret_cast<const char*>(ra + i + 64), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char*>(rb + i + 64), _MM_HINT_T0);
+    if (kStream) {
+      // The first and the last line boundary of the destination row.
+      const int firstLine = i + static_cast<int>((0u - reinterpret_cast<uintptr_t>(rd + i)) & 63);
+      const int lastLine = -static_cast<int>(reinterpret_cast<uintptr_t>(rd) & 63);
+      if (firstLine < lastLine) {
+        absDiffSpan<L, kAligned, false, kPrefetch>(ra, rb, rd, i, firstLine);
+        absDiffSpan<L, kAligned, true, kPrefetch>(ra, rb, rd, firstLine, lastLine);
+        i = lastLine;
       }
-#pragma GCC unroll 8
-      for (int r = 0; r < 64; r += L::kBytes)
-        absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i + r);
     }
-    for (; i <= -L::kBytes; i += L::kBytes) absDiffRegister<L, kAligned, kStream>(ra, rb, rd, i);
-    if (L::kEightByteStage)
-      for (; i <= -8; i += 8) L::eightBytes(ra + i, rb + i, rd + i);
-    for (; i < 0; i += L::kPixelBytes) L::pixel(ra + i, rb + i, rd + i);
+    absDiffSpan<L, kAligned, false, kPrefetch>(ra, rb, rd, i, 0);
   }
   if (kStream) _mm_sfence();
   L::end();

@@ -1,7 +1,9 @@
 // Absolute difference per build on one thread (and k5 on the processor
 // count, which it runs on the calling thread all the same), beside the plain
-// loop and memcpy; for floats also just below and at the cache switch of
-// k2, k4 and k5, and the cached kernel against the streaming one directly.
+// loop and memcpy; a region of 250 x 256 pixels in images 256 pixels wide
+// (rows apart, a streaming kernel's partial lines at every row's ends); for
+// floats also just below and at the cache switch of k2, k4 and k5, and the
+// cached kernel against the streaming one directly.
 #include "bench_common.h"
 #include "core/lum_internal.h"
 #include "plain_loops.h"
@@ -28,28 +30,31 @@ void fill(Buffer& a, Buffer& b) {
 }
 
 template <class T, class Fn>
-void runAbsDiff(benchmark::State& st, Fn fn, int w, int h) {
-  const size_t bytes = static_cast<size_t>(w) * h * sizeof(T);
+void runAbsDiff(benchmark::State& st, Fn fn, int w, int h, int imageWidth = 0) {
+  const int step = (imageWidth > 0 ? imageWidth : w) * static_cast<int>(sizeof(T));
+  const size_t bytes = static_cast<size_t>(step) * h;
   Buffer a(bytes), b(bytes), d(bytes);
   fill<T>(a, b);
-  const int step = w * static_cast<int>(sizeof(T));
   for (auto _ : st) {
     fn(a.as<T>(), step, b.as<T>(), step, d.as<T>(), step, LumSize{w, h});
     benchmark::ClobberMemory();
   }
-  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 * static_cast<int64_t>(bytes));
+  st.SetBytesProcessed(static_cast<int64_t>(st.iterations()) * 3 *
+                       static_cast<int64_t>(static_cast<size_t>(w) * h * sizeof(T)));
 }
 
 // No build shares the rows among threads.
 bool opensRegions(int) { return false; }
 
 template <class T>
-void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plain, int w, int h) {
+void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plain, int w, int h,
+                    int imageWidth = 0) {
   lumbench::registerBuilds(family, w, h, opensRegions, [=](int k) {
-    return [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, table[k], w, h); };
+    return [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, table[k], w, h, imageWidth); };
   });
   lumbench::registerReferences(
-      family, w, h, [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h); },
+      family, w, h,
+      [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h, imageWidth); },
       static_cast<size_t>(w) * h * sizeof(T));
 }
 
@@ -78,6 +83,8 @@ const int registered = [] {
     registerFamily<Lum8u>("AbsDiff_8u", lumiAbsDiff_8u_C1R_arraddr, plain8u, w, h);
     registerFamily<Lum32f>("AbsDiff_32f", lumiAbsDiff_32f_C1R_arraddr, plain32f, w, h);
   }
+  registerFamily<Lum8u>("AbsDiff_8u_in256", lumiAbsDiff_8u_C1R_arraddr, plain8u, 250, 256, 256);
+  registerFamily<Lum32f>("AbsDiff_32f_in256", lumiAbsDiff_32f_C1R_arraddr, plain32f, 250, 256, 256);
   // The switch: 1024-pixel rows, one row below it and one above, where the
   // largest cache the switch compares with is known and small enough to
   // measure (up to 32 MiB).

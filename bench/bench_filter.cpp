@@ -1,9 +1,10 @@
 // The three float-kernel filters per build, 3x3 and 5x5 kernels (anchor in
 // the middle), 64x64, 256x256, 1024x1024 and 1920x1080, and a column of five
 // (1x5, the direct loop's: no fast path takes a kernel that narrow) at
-// 256x256 and 1920x1080, on one thread and on the processor count, beside the formula as a plain
-// loop and memcpy of the destination's bytes. Throughput counts the source window read and the
-// destination written; ns/px is per destination pixel.
+// 256x256 and 1920x1080, on one thread and on the processor count, beside
+// the formula as a plain loop and memcpy of the destination's bytes.
+// Throughput counts the source window read and the destination written;
+// ns/px is per destination pixel.
 #include "bench_common.h"
 #include "plain_loops.h"
 

@@ -20,10 +20,10 @@
 //
 // Most of a region's cost there is the runtime's two futex wake-ups (the
 // team's start and the end of its closing barrier), which it makes through
-// int $0x80: that machine's kernel took 4.3 us for
-// one, against 0.2 us through the vDSO's entry. Where int $0x80 is about as
-// quick, a region costs far less and these amounts are larger than they
-// need be; the pixels are the same either way.
+// int $0x80: that machine's kernel took 4.3 us for one, against 0.2 us
+// through the vDSO's entry. Where int $0x80 is about as quick, a region
+// costs far less and these amounts are larger than they need be; the pixels
+// are the same either way.
 //
 // Shared by every build and by the tests, which check both sides of each.
 #ifndef LUM_IMAGE_THRESHOLDS_H

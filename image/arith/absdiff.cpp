@@ -168,12 +168,9 @@ LUM_ALWAYS_INLINE void absDiffSpan(const uint8_t* ra, const uint8_t* rb, uint8_t
 // and step a multiple of 16) or unaligned ones, non-temporal stores or
 // ordinary ones, sources prefetched or not. Rows that follow one another in
 // all three images are walked as one row, so that blocks run on across their
-// ends. A streaming body streams the whole 64-byte lines of each destination
-// row and stores the partial lines at the row's ends: an ordinary store into
-// a line that streamed stores have begun flushes it part-written, and costs
-// far more than the line (here about 0.4 us, a row of 250 pixels fifteen
-// times over). It ends with a store fence; every body leaves the registers
-// free.
+// ends. A streaming body streams the whole lines of each destination row
+// only (image/build.h) and ends with a store fence; every body leaves the
+// registers free.
 template <class L, bool kAligned, bool kStream, bool kPrefetch>
 LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int bStep, uint8_t* d,
                               int dStep, int rowBytes, int height) {
@@ -184,9 +181,9 @@ LUM_MMX_LEAF void absDiffRows(const uint8_t* a, int aStep, const uint8_t* b, int
     uint8_t* rd = rowAt(d, dStep, y) + rowBytes;
     int i = -rowBytes;
     if (kStream) {
-      // The first and the last line boundary of the destination row.
-      const int firstLine = i + static_cast<int>((0u - reinterpret_cast<uintptr_t>(rd + i)) & 63);
-      const int lastLine = -static_cast<int>(reinterpret_cast<uintptr_t>(rd) & 63);
+      // The first and the last line boundary of the destination row (none
+      // inside it where the last comes before the first).
+      const int firstLine = i + bytesToLine(rd + i), lastLine = firstLine + (-firstLine & ~63);
       if (firstLine < lastLine) {
         absDiffSpan<L, kAligned, false, kPrefetch>(ra, rb, rd, i, firstLine);
         absDiffSpan<L, kAligned, true, kPrefetch>(ra, rb, rd, firstLine, lastLine);

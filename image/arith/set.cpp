@@ -17,11 +17,7 @@ namespace {
 
 // A region this large is written past the caches: nobody reads a freshly
 // zeroed destination of that size soon enough for it to be worth caching.
-//
-// wholeLinesOnly: the writers stream whole 64-byte lines only and store the
-// partial lines at a row's ends: an ordinary store into a line that streamed
-// stores have begun flushes it part-written, and costs far more than the
-// line (here about 0.4 us: a row of 250 bytes thirty times over).
+// The writers stream whole lines only (image/build.h).
 constexpr unsigned long long kStreamAbove = 2097152;
 
 // The two bytes of the value in memory order (equal for 8u).
@@ -48,7 +44,7 @@ inline __m128i turnedByOne(__m128i v) {
 // next 16-byte boundary, then aligned 64-byte blocks, then up to three
 // 16-byte stores and single bytes. When `stream`, the blocks are the row's
 // whole 64-byte lines, streamed and fenced right after them, and the aligned
-// stores before the first line boundary are ordinary ones (wholeLinesOnly).
+// stores before the first line boundary are ordinary ones.
 void setRow(__m128i pattern, PatternBytes pat, uint8_t* p, size_t n, bool stream) {
   if (n >= 64) {
     const size_t misaligned = reinterpret_cast<uintptr_t>(p) & 15;
@@ -64,8 +60,7 @@ void setRow(__m128i pattern, PatternBytes pat, uint8_t* p, size_t n, bool stream
     }
     __m128i* q = reinterpret_cast<__m128i*>(p);
     if (stream) {
-      for (; n >= 16 && (reinterpret_cast<uintptr_t>(q) & 63) != 0; n -= 16, ++q)
-        _mm_store_si128(q, pattern);
+      for (; n >= 16 && bytesToLine(q) != 0; n -= 16, ++q) _mm_store_si128(q, pattern);
       for (; n >= 64; n -= 64, q += 4) {
         _mm_stream_si128(q, pattern);
         _mm_stream_si128(q + 1, pattern);
@@ -97,7 +92,7 @@ typedef __m64 Unaligned64 __attribute__((aligned(1), may_alias));
 // otherwise one unaligned 8-byte store that covers the way to the next
 // 8-byte boundary, 8-byte stores to the first 64-byte line boundary, the
 // row's whole lines in blocks of eight streamed stores, 8-byte stores,
-// single bytes (wholeLinesOnly). Each row ends with a store fence and
+// single bytes. Each row ends with a store fence and
 // leaves the MMX registers free for the x87 unit.
 LUM_MMX_LEAF void setRow(PatternBytes pat, uint8_t* p, size_t n) {
   if (n >= 8) {
@@ -112,7 +107,7 @@ LUM_MMX_LEAF void setRow(PatternBytes pat, uint8_t* p, size_t n) {
       pattern = _mm_set1_pi16(static_cast<short>(pat.b[0] | (pat.b[1] << 8)));
     }
     __m64* q = reinterpret_cast<__m64*>(p);
-    for (; n >= 8 && (reinterpret_cast<uintptr_t>(q) & 63) != 0; n -= 8, ++q) *q = pattern;
+    for (; n >= 8 && bytesToLine(q) != 0; n -= 8, ++q) *q = pattern;
     for (; n >= 64; n -= 64, q += 8) {
       _mm_stream_pi(q, pattern);
       _mm_stream_pi(q + 1, pattern);

@@ -32,7 +32,6 @@
 #include "image/checks.h"
 #include "image/int_vec.h"
 #include "image/saturate.h"
-#include "image/filter/to_pixel.h"
 LUM_BEGIN_BUILD
 
 namespace {

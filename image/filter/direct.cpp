@@ -119,7 +119,7 @@ void oneOutput(const T* win, int srcStep, const Lum32f* kLast, LumSize ks, T* d)
     for (int c = 0; c < ks.width; ++c, --k)
       a = _mm_add_ss(a, _mm_mul_ss(onePixel(s + c), _mm_set_ss(loadPixel(k))));
   }
-  storePixel(d, FromSum<T>::pixel(_mm_cvtss_f32(a)));
+  storePixel(d, pixelOfSum<T>(_mm_cvtss_f32(a)));
 }
 
 #endif

@@ -9,11 +9,12 @@
 //
 // An x87 sum is stored by FISTP rounding to nearest with ties to even
 // (x87NearestToInt, which switches the control word only where the caller
-// rounds otherwise). A float sum (SSE2 builds only) takes a half step in
-// double, exact for every sum of 2^-30 or more in magnitude (smaller ones
-// truncate to 0 however it rounds), is truncated by SSE2's truncating
-// conversion, which has no rounding mode to switch, and a tie (n - sum
-// exactly a half) is made even towards zero's side of the half.
+// rounds otherwise). Float sums are rounded four at a time, a single one in
+// every lane of the same operations: a half step in double, exact for every
+// sum of 2^-30 or more in magnitude (smaller ones truncate to 0 however it
+// rounds), SSE2's truncating conversion, which has no rounding mode to
+// switch, and a tie (n - sum exactly a half) made even towards zero's side
+// of the half.
 #ifndef LUM_IMAGE_FILTER_TO_PIXEL_H
 #define LUM_IMAGE_FILTER_TO_PIXEL_H
 
@@ -21,57 +22,40 @@
 
 LUM_BEGIN_BUILD
 
-// n = sum + half truncated, then a tie (n - sum exactly a half) made even
-// towards zero's side of the half: for half = 0.5 a tie moves n down, for
-// half = -0.5 up.
-#if LUM_BUILD >= 2
-inline int roundHalfToEven(float s, int half) {
-  int n = _mm_cvttsd_si32(_mm_set_sd(static_cast<double>(s) + static_cast<double>(half) / 2));
-  if (static_cast<float>(n) - s == static_cast<float>(half) / 2 && (n & 1) != 0) n -= half;
-  return n;
-}
-
-// The nearest integer, ties to even, of a sum inside the type's range.
-inline int nearestEven(float s) { return s > 0 ? roundHalfToEven(s, 1) : roundHalfToEven(s, -1); }
-#endif
-inline int nearestEven(long double s) { return x87NearestToInt(s); }
-
+#if LUM_BUILD <= 1
 // A NaN is told apart first, by the one comparison that raises nothing for a
 // quiet NaN: the ordered ones (>=, <=) raise invalid on any NaN, which traps
 // where the caller has unmasked it.
-template <class Sum>
-inline Lum8u toPixel8u(Sum s) {
+inline Lum8u toPixel8u(long double s) {
   if (s != s) return 0;
   if (s >= 255) return 255;
-  if (s <= static_cast<Sum>(0.5)) return 0;
-  return static_cast<Lum8u>(nearestEven(s));
+  if (s <= 0.5L) return 0;
+  return static_cast<Lum8u>(x87NearestToInt(s));
 }
 
-template <class Sum>
-inline Lum16s toPixel16s(Sum s) {
+inline Lum16s toPixel16s(long double s) {
   if (s != s) return 0;
   if (s >= 32767) return 32767;
   if (s <= -32768) return -32768;
-  return static_cast<Lum16s>(nearestEven(s));
+  return static_cast<Lum16s>(x87NearestToInt(s));
 }
+#endif
 
 #if LUM_BUILD >= 2
-// The same rule for four float sums at once (the direct loop's groups),
-// lane by lane the operations of the scalar form, so that the pixels and
-// the flags raised are the same. A lane the rule does not round (NaN,
-// saturated, or 8u at or below 0.5) first takes a stand-in whose every
-// step is exact and lands on its pixel: 0.5 rounds to 0, a top plus a half
-// to one past the top, which the packing saturates, and -32768.5 to
-// -32768. Only comparisons touch the sum in those lanes, as in the scalar
-// form, and they are quiet where the sum may still be a NaN.
+// Four float sums. A lane the rule does not round (NaN, saturated, or 8u
+// at or below 0.5) first takes a stand-in whose every step is exact and
+// lands on its pixel: 0.5 rounds to 0, a top plus a half to one past the
+// top, which the packing saturates, and -32768.5 to -32768. Only
+// comparisons touch the sum in those lanes, quiet ones while it may still
+// be a NaN, so that a lane raises the flags of its own sum alone.
 inline __m128 selectLanes(__m128 mask, __m128 yes, __m128 no) {
   return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
 }
 
-// The lanes of roundHalfToEven: n = s + half truncated, a tie made even
-// towards zero's side of the half. With kPositive every lane is above zero
-// (8u: its stand-ins included) and the half is 0.5; otherwise each lane's
-// half goes by its sign.
+// n = s + half truncated, then a tie (n - s exactly the half) made even
+// towards zero's side of the half: for 0.5 a tie moves n down, for -0.5 up.
+// With kPositive every lane is above zero (8u: its stand-ins included) and
+// the half is 0.5; otherwise each lane's half goes by its sign.
 template <bool kPositive>
 inline __m128i nearestEven4(__m128 s) {
   const __m128 positive =
@@ -115,40 +99,46 @@ inline void storeFourPixels16s(Lum16s* d, __m128 s) {
 #endif
 
 // The pixel of each type from a sum: the rule above for integers, the
-// nearest float under the caller's rounding mode for 32f; from SSE2 on also
-// four pixels from a register of four sums.
+// nearest float under the caller's rounding mode for 32f. The x87 builds
+// take one long double sum at a time; from SSE2 on, a register of four
+// float sums (storeFour), and a single sum in lane 0 (pixelOfSum).
 template <class T>
 struct FromSum;
 template <>
 struct FromSum<Lum8u> {
-  template <class Sum>
-  static Lum8u pixel(Sum s) {
-    return toPixel8u(s);
-  }
-#if LUM_BUILD >= 2
+#if LUM_BUILD <= 1
+  static Lum8u pixel(long double s) { return toPixel8u(s); }
+#else
   static void storeFour(Lum8u* d, __m128 s) { storeFourPixels8u(d, s); }
 #endif
 };
 template <>
 struct FromSum<Lum16s> {
-  template <class Sum>
-  static Lum16s pixel(Sum s) {
-    return toPixel16s(s);
-  }
-#if LUM_BUILD >= 2
+#if LUM_BUILD <= 1
+  static Lum16s pixel(long double s) { return toPixel16s(s); }
+#else
   static void storeFour(Lum16s* d, __m128 s) { storeFourPixels16s(d, s); }
 #endif
 };
 template <>
 struct FromSum<Lum32f> {
-  template <class Sum>
-  static Lum32f pixel(Sum s) {
-    return static_cast<Lum32f>(s);
-  }
-#if LUM_BUILD >= 2
+#if LUM_BUILD <= 1
+  static Lum32f pixel(long double s) { return static_cast<Lum32f>(s); }
+#else
   static void storeFour(Lum32f* d, __m128 s) { _mm_storeu_ps(d, s); }
 #endif
 };
+
+#if LUM_BUILD >= 2
+// One float sum through the four-lane form, the sum in every lane, so that
+// the other lanes raise nothing the first does not.
+template <class T>
+inline T pixelOfSum(float s) {
+  T p[4];
+  FromSum<T>::storeFour(p, _mm_set1_ps(s));
+  return p[0];
+}
+#endif
 
 LUM_END_BUILD
 

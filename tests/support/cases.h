@@ -109,12 +109,23 @@ Case<T> divIntCase(int build, int sf) {
 }
 
 // The estimate formula of k1..k5 for one pair, with this processor's estimate, under the caller's
-// MXCSR: y0 + (y0 + e*y0)*e.
+// MXCSR: y0 + (y0 + e*y0)*e, every operation with the operands in the order written (the first in
+// the destination register), so that where two NaNs meet the same one wins as in the kernels: the
+// dividend's NaN where it is one, else the divisor's.
+#define LUM_SSE_PACKED(name, insn)                                        \
+  __attribute__((target("sse"))) inline __m128 name(__m128 a, __m128 b) { \
+    __asm__(insn " %1, %0" : "+x"(a) : "x"(b));                           \
+    return a;                                                             \
+  }
+LUM_SSE_PACKED(mulInOrder, "mulps")
+LUM_SSE_PACKED(addInOrder, "addps")
+LUM_SSE_PACKED(subInOrder, "subps")
+#undef LUM_SSE_PACKED
 __attribute__((target("sse"))) inline void estimated(const float* divisor, const float* dividend,
                                                      float* out) {
   const __m128 d = _mm_load1_ps(divisor), b = _mm_load1_ps(dividend), one = _mm_set1_ps(1.0f);
-  const __m128 r = _mm_rcp_ps(d), e = _mm_sub_ps(one, _mm_mul_ps(d, r)), y0 = _mm_mul_ps(b, r);
-  _mm_store_ss(out, _mm_add_ps(y0, _mm_mul_ps(_mm_add_ps(y0, _mm_mul_ps(e, y0)), e)));
+  const __m128 r = _mm_rcp_ps(d), e = subInOrder(one, mulInOrder(d, r)), y0 = mulInOrder(b, r);
+  _mm_store_ss(out, addInOrder(y0, mulInOrder(addInOrder(y0, mulInOrder(e, y0)), e)));
 }
 __attribute__((target("sse"))) inline int sseCompare(const float* x, int predicate) {
   const __m128 v = _mm_load_ss(x), z = _mm_setzero_ps();
@@ -149,10 +160,12 @@ inline float div32f(const float* divisor, const float* dividend, int build, Ctx&
   if (build == 0)
     return floatReference(dividend, divisor, 0, ctx, sseDiv,
                           [](double x, double y) { return x / y; });
-  float y, exact = sseDiv(dividend, divisor);
+  // Where a zero divisor shares the group: the exact quotient, or for a NaN divisor the NaN of the
+  // table.
+  float y;
   estimated(divisor, dividend, &y);
-  ctx.anyNaN = std::isnan(*divisor) || std::isnan(*dividend);
-  ctx.hasAlso = true, ctx.also = bitsOf(exact);
+  ctx.hasAlso = true;
+  ctx.also = std::isnan(*divisor) ? 0x7FC00000u : bitsOf(sseDiv(dividend, divisor));
   return y;
 }
 

@@ -70,14 +70,26 @@ struct Div32fGroup {
   __m128 nan = _mm_or_ps(_mm_set1_ps(3.0f), inf);
 
   static int zeroLanes(__m128 a) { return _mm_movemask_ps(_mm_cmpeq_ps(a, _mm_setzero_ps())); }
+  // Whether either of two groups holds a zero divisor, in one mask: the
+  // round's loop then keeps its bound in a register.
+  static bool anyZero(__m128 a0, __m128 a1) {
+    const __m128 zero = _mm_setzero_ps();
+    return _mm_movemask_ps(_mm_or_ps(_mm_cmpeq_ps(a0, zero), _mm_cmpeq_ps(a1, zero))) != 0;
+  }
 
   // No zero divisor: r = the estimate of 1/a, e = 1 - a*r, y0 = b*r, and
   // the quotient y0 + (y0 + e*y0)*e, each step in single precision.
+  //
+  // The inner sum is taken as y0*e + y0, which saves a register copy a
+  // group: the same operations on the same values, so the same bits and
+  // flags. Only a NaN payload could tell the orders apart, and it cannot:
+  // where y0 is NaN the quotient is y0, the last addition's first operand;
+  // where only e is NaN, both forms give e.
   __m128 estimated(__m128 a, __m128 b) const {
     const __m128 r = _mm_rcp_ps(a);
     const __m128 e = subFirst(one, mulFirst(a, r));
     const __m128 y0 = mulFirst(b, r);
-    return addFirst(y0, mulFirst(addFirst(y0, mulFirst(e, y0)), e));
+    return addFirst(y0, mulFirst(addFirst(mulFirst(y0, e), y0), e));
   }
 
   // A zero divisor among the lanes: each lane correctly rounded, a zero
@@ -185,7 +197,7 @@ inline int divAlignedBody(const Div32fGroup& g, const Lum32f* a, const Lum32f* b
   for (const int last = len - 8; i <= last; i += 8) {
     const __m128 a0 = loadSource<kAlignedSources>(a + i),
                  a1 = loadSource<kAlignedSources>(a + i + 4);
-    if (__builtin_expect((Div32fGroup::zeroLanes(a0) | Div32fGroup::zeroLanes(a1)) != 0, 0)) {
+    if (__builtin_expect(Div32fGroup::anyZero(a0, a1), 0)) {
       divRoundWithAZero<kAlignedSources>(g, a, b, d, i, zero);
       continue;
     }

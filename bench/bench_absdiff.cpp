@@ -55,16 +55,14 @@ void registerFamily(const char* family, AbsDiff<T> const* table, AbsDiff<T> plai
   lumbench::registerReferences(
       family, w, h,
       [=](benchmark::State& st) { runAbsDiff<T, AbsDiff<T>>(st, plain, w, h, imageWidth); },
-      static_cast<size_t>(w) * h * sizeof(T));
+      static_cast<size_t>(w) * h * sizeof(T), true);
 }
 
 LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s) {
-  lumbench::plainAbsDiff_8u(a, as, b, bs, d, ds, s);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainAbsDiff_8u, a, as, b, bs, d, ds, s);
 }
 LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
-  lumbench::plainAbsDiff_32f(a, as, b, bs, d, ds, s);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainAbsDiff_32f, a, as, b, bs, d, ds, s);
 }
 
 // The two float kernels of k5 on the same region, whatever the switch says.

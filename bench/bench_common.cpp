@@ -63,9 +63,21 @@ void registerBuilds(const std::string& kernel, int w, int h, bool (*opensRegions
   }
 }
 
+int plainThreads = 1;
+
 void registerReferences(const std::string& kernel, int w, int h, const Measure& plain,
-                        size_t copyBytes) {
-  if (buildSupported(5)) registerVariant(kernel, "plain", w, h, 1, plain);
+                        size_t copyBytes, bool plainShares) {
+  if (buildSupported(5)) {
+    registerVariant(kernel, "plain", w, h, 1, plain);
+    const int procs = processorCount();
+    if (plainShares && procs > 1)
+      registerVariant(kernel, "plain_" + std::to_string(procs) + "threads", w, h, 1,
+                      [plain, procs](benchmark::State& st) {
+                        plainThreads = procs;
+                        plain(st);
+                        plainThreads = 1;
+                      });
+  }
   registerVariant(kernel, "memcpy", w, h, 1, [copyBytes](benchmark::State& st) {
     Buffer src(copyBytes), dst(copyBytes);
     for (auto _ : st) {

@@ -6,6 +6,9 @@
 //                processors): every build that opens parallel regions for
 //                the kernel, and k5 always, so that each pairs with kN;
 //   plain        the same rule as a plain loop compiled -O3 for SSE4.1;
+//   plain_Pthreads  (element-wise kernels) that loop with its rows shared
+//                by an OpenMP region among P threads: what a second thread
+//                gives a simple loop on the machine;
 //   memcpy       a copy of the same bytes.
 // Throughput is counted as bytes read plus bytes written, for all of them,
 // so the ratios compare like with like; times are wall-clock times, which
@@ -14,11 +17,13 @@
 #define LUM_BENCH_COMMON_H
 
 #include <benchmark/benchmark.h>
+#include <omp.h>
 #include <stdlib.h>
 
 #include <cstring>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -75,8 +80,45 @@ void registerBuilds(const std::string& kernel, int w, int h, bool (*opensRegions
 
 // The plain loop (where the processor runs SSE4.1) and memcpy of
 // `copyBytes` per iteration, counted as 2 * copyBytes (read and written).
+// With `plainShares`, the plain loop on the processor count too, through
+// plainInBands.
 void registerReferences(const std::string& kernel, int w, int h, const Measure& plain,
-                        size_t copyBytes);
+                        size_t copyBytes, bool plainShares = false);
+
+// The thread count plainInBands shares rows among: 1 but while a
+// plain_Pthreads benchmark runs.
+extern int plainThreads;
+
+// rows(a, aStep, b, bStep, d, dStep, size, extra...), a plain loop over the
+// rows of an element-wise operation: on the calling thread, or where
+// plainThreads is above 1 in an OpenMP region, thread t of n taking the
+// rows from height * t / n to height * (t + 1) / n. The loop itself is
+// compiled apart, so sharing leaves its code as it is.
+template <class T, class... Extra>
+LumStatus plainInBands(void (*rows)(const T*, int, const T*, int, T*, int, LumSize, Extra...),
+                       const T* a, int aStep, const T* b, int bStep, T* d, int dStep, LumSize size,
+                       Extra... extra) {
+  const auto at = [](auto* p, int step, int y) {
+    using Byte =
+        std::conditional_t<std::is_const_v<std::remove_pointer_t<decltype(p)>>, const char, char>;
+    return reinterpret_cast<decltype(p)>(reinterpret_cast<Byte*>(p) +
+                                         static_cast<ptrdiff_t>(step) * y);
+  };
+  if (plainThreads == 1) {
+    rows(a, aStep, b, bStep, d, dStep, size, extra...);
+    return lumStsNoErr;
+  }
+#pragma omp parallel num_threads(plainThreads)
+  {
+    const int n = omp_get_num_threads(), t = omp_get_thread_num();
+    const int from = static_cast<int>(static_cast<long long>(size.height) * t / n);
+    const int to = static_cast<int>(static_cast<long long>(size.height) * (t + 1) / n);
+    if (to > from)
+      rows(at(a, aStep, from), aStep, at(b, bStep, from), bStep, at(d, dStep, from), dStep,
+           LumSize{size.width, to - from}, extra...);
+  }
+  return lumStsNoErr;
+}
 
 }  // namespace lumbench
 

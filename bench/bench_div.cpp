@@ -72,21 +72,19 @@ void registerKernel(
     };
   };
   lumbench::registerBuilds(kernel, w, h, opensRegions, [=](int k) { return measure(table[k]); });
-  lumbench::registerReferences(kernel, w, h, measure(plain),
-                               static_cast<size_t>(w) * h * sizeof(T));
+  lumbench::registerReferences(kernel, w, h, measure(plain), static_cast<size_t>(w) * h * sizeof(T),
+                               true);
 }
 
 template <class T>
 LumStatus plainSfs(const T* a, int as, const T* b, int bs, T* d, int ds, LumSize s, int sf) {
   if constexpr (sizeof(T) == 1)
-    lumbench::plainDiv_8u_Sfs(a, as, b, bs, d, ds, s, sf);
+    return lumbench::plainInBands(lumbench::plainDiv_8u_Sfs, a, as, b, bs, d, ds, s, sf);
   else
-    lumbench::plainDiv_16s_Sfs(a, as, b, bs, d, ds, s, sf);
-  return lumStsNoErr;
+    return lumbench::plainInBands(lumbench::plainDiv_16s_Sfs, a, as, b, bs, d, ds, s, sf);
 }
 LumStatus plain32f(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
-  lumbench::plainDiv_32f(a, as, b, bs, d, ds, s);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainDiv_32f, a, as, b, bs, d, ds, s);
 }
 
 template <class T>

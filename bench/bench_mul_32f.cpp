@@ -28,8 +28,7 @@ void runMul(benchmark::State& st, Mul32f fn, int w, int h) {
 }
 
 LumStatus plainMul(const Lum32f* a, int as, const Lum32f* b, int bs, Lum32f* d, int ds, LumSize s) {
-  lumbench::plainMul_32f(a, as, b, bs, d, ds, s);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainMul_32f, a, as, b, bs, d, ds, s);
 }
 
 // 1x1 through the exported stub (index set to k) and straight into build k
@@ -89,7 +88,7 @@ const int registered = [] {
     });
     lumbench::registerReferences(
         "Mul_32f", w, h, [w = w, h = h](benchmark::State& st) { runMul(st, plainMul, w, h); },
-        static_cast<size_t>(w) * h * 4);
+        static_cast<size_t>(w) * h * 4, true);
   }
   registerStubOverhead();
   return 0;

@@ -25,14 +25,12 @@ void runMul(benchmark::State& st, MulSfs<T> fn, int w, int h, int sf) {
 
 LumStatus plain8u(const Lum8u* a, int as, const Lum8u* b, int bs, Lum8u* d, int ds, LumSize s,
                   int sf) {
-  lumbench::plainMul_8u_Sfs(a, as, b, bs, d, ds, s, sf);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainMul_8u_Sfs, a, as, b, bs, d, ds, s, sf);
 }
 
 LumStatus plain16s(const Lum16s* a, int as, const Lum16s* b, int bs, Lum16s* d, int ds, LumSize s,
                    int sf) {
-  lumbench::plainMul_16s_Sfs(a, as, b, bs, d, ds, s, sf);
-  return lumStsNoErr;
+  return lumbench::plainInBands(lumbench::plainMul_16s_Sfs, a, as, b, bs, d, ds, s, sf);
 }
 
 std::string factorName(int sf) { return sf < 0 ? "m" + std::to_string(-sf) : std::to_string(sf); }
@@ -50,7 +48,7 @@ void registerType(const std::string& type, MulSfs<T> const* table, MulSfs<T> pla
       });
       lumbench::registerReferences(
           kernel, w, h, [=, w = w, h = h](benchmark::State& st) { runMul<T>(st, plain, w, h, sf); },
-          static_cast<size_t>(w) * h * sizeof(T));
+          static_cast<size_t>(w) * h * sizeof(T), true);
     }
 }
 

@@ -3,8 +3,9 @@
 # of the repetitions as tables: per kernel and size, the SSE4.1 build (k5)
 # against the plain -O3 SSE4.1 loop, memcpy of the same bytes and the
 # generic build, and its speed-up on the processor count against one
-# thread; the speed-up of every build that shares work among threads; the
-# stubs against direct calls. Then draws a PNG chart per family
+# thread beside the plain loop's (its rows shared by an OpenMP loop); the
+# speed-up of every build that shares work among threads; the stubs against
+# direct calls. Then draws a PNG chart per family
 # (scripts/bench-charts.sh) into build/release/bench-charts/.
 #   scripts/bench.sh [REPETITIONS] [BENCHMARK_FILTER] [MIN_TIME_SECONDS]
 # Repetitions run interleaved in random order, so that a burst of load on a
@@ -51,13 +52,14 @@ awk -F, '
     if (variant ~ /^k[0-5]_[0-9]+threads$/) { threaded[group] = 1; procs = variant; sub(/^k[0-5]_/, "", procs) }
   }
   function ratio(k, ref) { return (ref in rate) && rate[ref] > 0 ? sprintf("%9.2f", rate[k] / rate[ref]) : sprintf("%9s", "-") }
-  function speedup(g, b,    one, many) {
-    one = g SUBSEP "k" b; many = g SUBSEP "k" b "_" procs
+  function speedupOf(one, many) {
     return (one in time) && (many in time) && time[many] > 0 ? time[one] / time[many] : -1
   }
+  function speedup(g, b) { return speedupOf(g SUBSEP "k" b, g SUBSEP "k" b "_" procs) }
   END {
-    printf "\nk5 per kernel and size (threads: k5 on %s against one thread; \"<\" marks a speed-up below 0.95)\n", procs == "" ? "-" : procs
-    printf "  %-34s %-10s %12s %8s %9s %9s %9s %8s\n", "kernel", "size", "k5 ns", "GB/s", "x plain", "x memcpy", "x k0", "threads"
+    printf "\nk5 per kernel and size (threads: k5 on %s against one thread; \"<\" marks a speed-up below 0.95;\n", procs == "" ? "-" : procs
+    printf "plain thr: the same for the plain loop, its rows shared by an OpenMP loop)\n"
+    printf "  %-34s %-10s %12s %8s %9s %9s %9s %8s %9s\n", "kernel", "size", "k5 ns", "GB/s", "x plain", "x memcpy", "x k0", "threads", "plain thr"
     slow = 0
     for (i = 1; i <= ng; ++i) {
       g = order[i]
@@ -65,7 +67,9 @@ awk -F, '
       split(g, q, "/"); k = g SUBSEP "k5"
       printf "  %-34s %-10s %12.0f %8.2f %s %s %s", q[1], q[2], time[k], rate[k] / 1e9, ratio(k, g SUBSEP "plain"), ratio(k, g SUBSEP "memcpy"), ratio(k, g SUBSEP "k0")
       s = speedup(g, 5)
-      if (s < 0) printf " %8s\n", "-"; else { printf " %8.2f%s\n", s, s < 0.95 ? " <" : ""; slow += s < 0.95 }
+      if (s < 0) printf " %8s  ", "-"; else { printf " %8.2f%s", s, s < 0.95 ? " <" : "  "; slow += s < 0.95 }
+      s = speedupOf(g SUBSEP "plain", g SUBSEP "plain_" procs)
+      if (s < 0) printf " %7s\n", "-"; else printf " %7.2f\n", s
     }
     header = 0
     for (i = 1; i <= ng; ++i) {

@@ -20,10 +20,10 @@
 #include <omp.h>
 #include <stdlib.h>
 
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -99,9 +99,7 @@ LumStatus plainInBands(void (*rows)(const T*, int, const T*, int, T*, int, LumSi
                        const T* a, int aStep, const T* b, int bStep, T* d, int dStep, LumSize size,
                        Extra... extra) {
   const auto at = [](auto* p, int step, int y) {
-    using Byte =
-        std::conditional_t<std::is_const_v<std::remove_pointer_t<decltype(p)>>, const char, char>;
-    return reinterpret_cast<decltype(p)>(reinterpret_cast<Byte*>(p) +
+    return reinterpret_cast<decltype(p)>(reinterpret_cast<uintptr_t>(p) +
                                          static_cast<ptrdiff_t>(step) * y);
   };
   if (plainThreads == 1) {

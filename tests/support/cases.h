@@ -112,20 +112,14 @@ Case<T> divIntCase(int build, int sf) {
 // MXCSR: y0 + (y0 + e*y0)*e, every operation with the operands in the order written (the first in
 // the destination register), so that where two NaNs meet the same one wins as in the kernels: the
 // dividend's NaN where it is one, else the divisor's.
-#define LUM_SSE_PACKED(name, insn)                                        \
-  __attribute__((target("sse"))) inline __m128 name(__m128 a, __m128 b) { \
-    __asm__(insn " %1, %0" : "+x"(a) : "x"(b));                           \
-    return a;                                                             \
-  }
-LUM_SSE_PACKED(mulInOrder, "mulps")
-LUM_SSE_PACKED(addInOrder, "addps")
-LUM_SSE_PACKED(subInOrder, "subps")
-#undef LUM_SSE_PACKED
 __attribute__((target("sse"))) inline void estimated(const float* divisor, const float* dividend,
                                                      float* out) {
-  const __m128 d = _mm_load1_ps(divisor), b = _mm_load1_ps(dividend), one = _mm_set1_ps(1.0f);
-  const __m128 r = _mm_rcp_ps(d), e = subInOrder(one, mulInOrder(d, r)), y0 = mulInOrder(b, r);
-  _mm_store_ss(out, addInOrder(y0, mulInOrder(addInOrder(y0, mulInOrder(e, y0)), e)));
+  const float one = 1.0f;
+  float r, dr, e, y0, ey0, s, se;
+  _mm_store_ss(&r, _mm_rcp_ps(_mm_load1_ps(divisor)));
+  dr = sseMul(divisor, &r), e = sseSub(&one, &dr), y0 = sseMul(dividend, &r);
+  ey0 = sseMul(&e, &y0), s = sseAdd(&y0, &ey0), se = sseMul(&s, &e);
+  *out = sseAdd(&y0, &se);
 }
 __attribute__((target("sse"))) inline int sseCompare(const float* x, int predicate) {
   const __m128 v = _mm_load_ss(x), z = _mm_setzero_ps();

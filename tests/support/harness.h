@@ -52,6 +52,7 @@ struct Ctx {
     return r;                                                                              \
   }
 LUM_SSE_OP(sseMul, "mulss")
+LUM_SSE_OP(sseAdd, "addss")
 LUM_SSE_OP(sseSub, "subss")
 LUM_SSE_OP(sseDiv, "divss")
 #undef LUM_SSE_OP

@@ -2,7 +2,7 @@
 // CPUID leaf 2. Worked out on the first call and kept for the life of the
 // process. Absolute difference of large float images compares its regions
 // with it to choose streaming stores; where the query fails it takes the
-// largest cache of the extended leaf 0x80000006 instead.
+// largest cache the extended leaves describe instead.
 #include <limits.h>
 #include <pthread.h>
 
@@ -38,6 +38,42 @@ int g_cacheSize = 0;
 int g_largestCache = 0;
 
 constexpr Lum32u kRegisterInvalid = 1u << 31;
+
+// Leaf 0x8000001D lists the caches one sub-leaf each, where leaf 0x80000001
+// sets ECX bit 22. Its sizes are those of one cache, as the cores that share
+// it see it; leaf 0x80000006's level 3 may instead count every such cache of
+// the package, several times what one core can keep.
+constexpr Lum32u kCacheListLeaf = 0x8000001Du;
+constexpr Lum32u kExtEcxCacheList = 1u << 22;
+// More sub-leaves than any processor lists caches: the walk stops there
+// should a processor never answer with the end of the list.
+constexpr Lum32u kCacheListMax = 16;
+
+// Size in bytes of the largest data or unified cache of the list, 0 where it
+// names none. Instruction caches hold no pixels.
+long long largestListedCache() {
+  long long largest = 0;
+  constexpr unsigned long long kCap = INT_MAX;  // the answer's bound
+  for (Lum32u sub = 0; sub < kCacheListMax; ++sub) {
+    Lum32u r[4];
+    ownGetReg(r, kCacheListLeaf, sub);
+    const Lum32u type = r[0] & 0x1Fu;  // 0 ends the list
+    if (type == 0) break;
+    if (type != 1 && type != 3) continue;
+    const unsigned long long ways = (r[1] >> 22) + 1;
+    const unsigned long long partitions = ((r[1] >> 12) & 0x3FFu) + 1;
+    const unsigned long long lineBytes = (r[1] & 0xFFFu) + 1;
+    const unsigned long long sets = static_cast<unsigned long long>(r[2]) + 1;
+    // Each count is at most 2^32 and all four may overflow 64 bits; the
+    // first three (at most 2^32 together) bound the sets that stay within
+    // the answer's bound.
+    const unsigned long long lineGroup = ways * partitions * lineBytes;
+    const long long size =
+        static_cast<long long>(sets > kCap / lineGroup ? kCap : lineGroup * sets);
+    if (size > largest) largest = size;
+  }
+  return largest;
+}
 
 }  // namespace
 
@@ -80,11 +116,19 @@ int ownGetExtendedCacheSize(void) {
   ownGetReg(r, 0x80000000u, 0);
   // A processor without extended leaves may answer with anything below
   // 0x80000000, or with its basic leaves' contents.
-  if ((r[0] & 0xFFFF0000u) != 0x80000000u || r[0] < 0x80000006u) return 0;
-  ownGetReg(r, 0x80000006u, 0);
-  const long long level2 = static_cast<long long>(r[2] >> 16) << 10;
-  const long long level3 = static_cast<long long>(r[3] >> 18) << 19;
-  const long long largest = level2 > level3 ? level2 : level3;
+  const Lum32u highest = r[0];
+  if ((highest & 0xFFFF0000u) != 0x80000000u || highest < 0x80000006u) return 0;
+  long long largest = 0;
+  if (highest >= kCacheListLeaf) {
+    ownGetReg(r, 0x80000001u, 0);
+    if (r[2] & kExtEcxCacheList) largest = largestListedCache();
+  }
+  if (largest == 0) {
+    ownGetReg(r, 0x80000006u, 0);
+    const long long level2 = static_cast<long long>(r[2] >> 16) << 10;
+    const long long level3 = static_cast<long long>(r[3] >> 18) << 19;
+    largest = level2 > level3 ? level2 : level3;
+  }
   return largest > INT_MAX ? INT_MAX : static_cast<int>(largest);
 }
 

@@ -35,10 +35,13 @@ LUM_HIDDEN extern const OwnCacheDescriptor ownCacheDescriptors[];
 // when leaf 2 needs more than one round or describes none of them.
 LUM_HIDDEN int ownGetCacheSize(const OwnCacheDescriptor* table);
 
-// Size in bytes of the largest cache the extended leaf 0x80000006
-// describes (level 2: ECX bits 31..16 in KiB; level 3: EDX bits 31..18 in
-// units of 512 KiB), at most INT_MAX; 0 without CPUID, without the leaf, or
-// where it describes neither.
+// Size in bytes of the largest cache the extended leaves describe, at most
+// INT_MAX: the largest data or unified cache of leaf 0x8000001D's list
+// (ways x partitions x line bytes x sets) where leaf 0x80000001 says the list
+// is there and it names one; else the larger of leaf 0x80000006's level 2
+// (ECX bits 31..16 in KiB) and level 3 (EDX bits 31..18 in units of
+// 512 KiB). 0 without CPUID, without the leaf, or where it describes
+// neither.
 LUM_HIDDEN int ownGetExtendedCacheSize(void);
 
 // Puts the cache query back into its load-time state (answer not yet known),

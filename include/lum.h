@@ -470,8 +470,12 @@ LUM_API LumStatus lumiMul_32f_C1R(const Lum32f* pSrc1, int src1Step, const Lum32
    8u regions so, k1 and k3 the rows of 32f regions whose pointers and steps
    are multiples of 16, and k2, k4 and k5 32f regions whose three images
    together reach the largest cache: that of lumGetMaxCacheSizeB, or where
-   that fails the largest one the processor's extended leaf 0x80000006
-   describes; where neither can be read, every region. A call that
+   that fails the largest the processor's extended leaves describe: the
+   largest data or unified cache of leaf 0x8000001D's list where leaf
+   0x80000001 shows the list, else the larger of leaf 0x80000006's level-2
+   and level-3 caches (which on some processors counts every level-3 cache
+   of the package, not the one a core shares); where neither can be read,
+   every region. A call that
    streams ends with a store fence, so its pixels are in memory, in order,
    before anything the caller stores next (another thread that sees the
    caller's later release store sees the pixels).

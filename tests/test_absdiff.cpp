@@ -26,8 +26,8 @@ namespace {
 using namespace lumtest;
 
 // A processor for the scope whose largest cache comes from `descriptor` of leaf 2 (vendor
-// GenuineTorva), or from the extended leaf 0x80000006 (ECX, EDX) of a vendor the query does not
-// know; the query answers afresh.
+// GenuineTorva), or from the extended leaves of a vendor the query does not know (0x80000006's ECX
+// and EDX, or those and a cache list); the query answers afresh.
 struct CacheScope {
   explicit CacheScope(Lum32u descriptor)
       : cpu([=] {
@@ -36,13 +36,12 @@ struct CacheScope {
         }()) {
     ownResetCacheState();
   }
-  CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx)
-      : cpu([=] {
-          CpuLeaves l = cpuLeaves("OtherVendorX");
-          return l[0x80000000u] = {topExtendedLeaf, 0, 0, 0}, l[0x80000006u] = {0, 0, ecx, edx}, l;
-        }()) {
+  explicit CacheScope(const lumref::ExtendedLeaves& x) : cpu({}) {
+    describeExtendedLeaves(cpu, x);
     ownResetCacheState();
   }
+  CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx)
+      : CacheScope(lumref::ExtendedLeaves{topExtendedLeaf, 0, {0, 0, ecx, edx}, {}}) {}
   ~CacheScope() { ownResetCacheState(); }
   FakeCpu cpu;
 };
@@ -53,8 +52,8 @@ TEST_P(AbsDiff, Harness8u) {
   checkAll<Lum8u>(build(), 1, [&](int, int) { return absDiffCase<Lum8u>(build()); });
 }
 
-// On the largest cache this processor describes (in leaf 2, or in the extended leaf where the query
-// fails), then on one of 16 MiB, which every region here fits.
+// On the largest cache this processor describes (in leaf 2, or in the extended leaves where the
+// query fails), then on one of 16 MiB, which every region here fits.
 TEST_P(AbsDiff, Harness32fOnThisCacheAndOnALargeOne) {
   checkAll<Lum32f>(build(), 1, [&](int, int) { return absDiffCase<Lum32f>(build()); });
   CacheScope large(0x4D);
@@ -81,8 +80,8 @@ TEST_P(AbsDiff, StreamedRowsAtEveryLineOffset) {
 LUM_INSTANTIATE_PER_BUILD(AbsDiff);
 
 // Three images of width x height floats stream from the largest cache's size on: that of leaf 2, or
-// where the query fails the extended leaf's (level 2 or level 3, whichever is larger), every region
-// where neither can be read.
+// where the query fails the extended leaves' (the cache list's, else leaf 0x80000006's level 2 or
+// level 3, whichever is larger), every region where neither can be read.
 TEST(AbsDiffCacheSwitch, AtTheCacheSizeAndOnePixelBelow) {
   for (auto streams : {lum::k2::ownAbsDiffStreams_32f, lum::k4::ownAbsDiffStreams_32f,
                        lum::k5::ownAbsDiffStreams_32f}) {
@@ -111,6 +110,14 @@ TEST(AbsDiffCacheSwitch, AtTheCacheSizeAndOnePixelBelow) {
     {
       CacheScope cache(0x80000006u, 0x00C0FFFFu, 0x0003FFFFu);  // level 2 of 192 KiB, no level 3
       edge("level 2", 192 << 10);
+    }
+    {
+      // A cache list whose level 3 is 1 MiB, where leaf 0x80000006 counts 4 MiB.
+      CacheScope cache(lumref::ExtendedLeaves{0x8000001Du,
+                                              1u << 22,
+                                              {0, 0, 0x01000000u, 0x00200000u},
+                                              {{0x163, 0x03C0003F, 0x3FF, 0}}});
+      edge("the list's level 3", 1 << 20);
     }
     for (Lum32u top : {0x80000005u, 0x80000001u}) {
       CacheScope cache(top, 0x01000000u, 0x00080000u);  // no extended leaf 0x80000006: every region

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 #include <tuple>
@@ -85,11 +86,30 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
   ownResetCacheState();
 }
 
-// The extended leaf 0x80000006 on made-up processors, against the reference reading: level 2 in KiB
-// in ECX bits 31..16, level 3 in units of 512 KiB in EDX bits 31..18, the bits below ignored;
-// nothing without the leaf, with a highest extended leaf that is no extended leaf, or without
-// CPUID.
-TEST(ExtendedCacheSize, Leaf0x80000006AgainstTheReference) {
+// The library's reading of the extended leaves `x` of a made-up processor, checked against the
+// reference; nothing read without CPUID.
+int extendedReading(const lumref::ExtendedLeaves& x) {
+  int size = -1;
+  for (bool hasCpuid : {true, false}) {
+    FakeCpu cpu({});
+    lumtest::describeExtendedLeaves(cpu, x);
+    cpu.hasCpuid = hasCpuid;
+    const int got = ownGetExtendedCacheSize();
+    EXPECT_EQ(got, hasCpuid ? lumref::extendedCacheSize(x) : 0)
+        << std::hex << x.highest << " " << x.x1Ecx << " " << x.x6[2] << " " << x.x6[3]
+        << " list of " << x.cacheList.size();
+    EXPECT_EQ(cpu.blindReads, 0);
+    if (hasCpuid) size = got;
+  }
+  return size;
+}
+
+constexpr Lum32u kListed = 1u << 22;  // 0x80000001 ECX: leaf 0x8000001D lists the caches
+
+// Leaf 0x80000006: level 2 in KiB in ECX bits 31..16, level 3 in units of 512 KiB in EDX bits
+// 31..18, the bits below ignored; nothing without the leaf, or with a highest extended leaf that
+// is no extended leaf. The same where the cache list is there and names nothing.
+TEST(ExtendedCacheSize, Leaf0x80000006) {
   for (auto [top, ecx, edx, want] : {std::tuple{0x80000006u, 0x02000000u, 0u, 512 << 10},
                                      {0x80000008u, 0x0100FFFFu, 0x0A009140u, 320 << 20},
                                      {0x80000021u, 0x08000140u, 0x0003FFFFu, 2 << 20},
@@ -101,21 +121,55 @@ TEST(ExtendedCacheSize, Leaf0x80000006AgainstTheReference) {
                                      {0x80000005u, 0x02000000u, 0x01000000u, 0},
                                      {0x80000001u, 0x02000000u, 0x01000000u, 0},
                                      {0x00000004u, 0x02000000u, 0x01000000u, 0},
-                                     {0x80010006u, 0x02000000u, 0x01000000u, 0}}) {
-    for (bool hasCpuid : {true, false}) {
-      lumtest::CpuLeaves leaves = lumtest::cpuLeaves("OtherVendorX");
-      leaves[0x80000000u] = {top, 0, 0, 0};
-      leaves[0x80000006u] = {0, 0, ecx, edx};
-      FakeCpu cpu(leaves);
-      cpu.hasCpuid = hasCpuid;
-      const uint32_t regs[4] = {0, 0, ecx, edx};
-      const int size = ownGetExtendedCacheSize();
-      EXPECT_EQ(size, hasCpuid ? lumref::extendedCacheSize(top, regs) : 0)
-          << std::hex << top << " " << ecx << " " << edx;
-      EXPECT_EQ(size, hasCpuid ? want : 0) << std::hex << top << " " << ecx << " " << edx;
-      EXPECT_EQ(cpu.blindReads, 0);
+                                     {0x80010006u, 0x02000000u, 0x01000000u, 0}})
+    for (Lum32u x1Ecx : {0u, kListed}) {
+      lumref::ExtendedLeaves x{top, x1Ecx, {0, 0, ecx, edx}, {}};
+      EXPECT_EQ(extendedReading(x), want) << std::hex << top << " " << ecx << " " << edx;
+      x.cacheList = {{0x122, 0x01C0003F, 0x3F, 0}, {}, {0x163, 0x03C0003F, 0x7FFF, 0}};
+      EXPECT_EQ(extendedReading(x), want) << std::hex << top << " " << ecx << " " << edx;
     }
+}
+
+// Leaf 0x8000001D, where the highest extended leaf reaches it and 0x80000001 says it is there:
+// the largest data (type 1) or unified (type 3) cache up to the first entry of type 0, ways x
+// partitions x line bytes x sets, each field one less than its count; taken over leaf
+// 0x80000006 even where that describes a larger cache. A processor of family 25 answers with
+// its leaf 0x80000006's level 3 of 320 MiB and a list whose level 3 is 32 MiB.
+TEST(ExtendedCacheSize, CacheListOverLeaf0x80000006) {
+  using List = std::vector<std::array<uint32_t, 4>>;
+  const List family25 = {{0x121, 0x01C0003F, 0x3F, 0},
+                         {0x122, 0x01C0003F, 0x3F, 0},
+                         {0x143, 0x01C0003F, 0x7FF, 2},
+                         {0x4163, 0x03C0003F, 0x7FFF, 1}};
+  const std::array<uint32_t, 4> data32K = {0x121, 0x01C0003F, 0x3F, 0},
+                                unified2M = {0x143, 0x03C0003F, 0x7FF, 0};
+  List decreasing;  // longer than any processor's list, the largest first
+  for (uint32_t i = 0; i < 40; ++i) decreasing.push_back({0x163, 0x01C0003F, 0x1000 - i, 0});
+  const uint32_t x6Ecx = 0x04006140, x6Edx = 0x0A009140;  // 1 MiB and 320 MiB
+  for (auto [top, x1Ecx, list, want] :
+       {std::tuple{0x80000021u, kListed, family25, 32 << 20},
+        {0x8000001Du, 0xFFFFFFFFu, family25, 32 << 20},
+        {0x80000021u, ~kListed, family25, 320 << 20},  // the list not there
+        {0x8000001Cu, kListed, family25, 320 << 20},   // nor this far
+        {0x80000021u, kListed, List{}, 320 << 20},     // an empty list
+        {0x80000021u, kListed, List{{0x122, 0x01C0003F, 0x3F, 0}}, 320 << 20},  // code only
+        {0x80000021u, kListed, List{data32K, {}, unified2M}, 32 << 10},         // ends at type 0
+        {0x80000021u, kListed,
+         List{{0x124, 0x03C0003F, 0x7FFF, 0}, {0x13F, 0x03C0003F, 0x7FFF, 0}, data32K},
+         32 << 10},  // types 4 and 31 are no caches of data
+        {0x80000021u, kListed, List{{0xFFFFFFE3u, 0x01C0003F, 0x3F, 0}}, 32 << 10},
+        {0x80000021u, kListed, List{{0x3, 0x00403003, 0, 0}}, 32},  // 2 x 4 x 4 x 1
+        {0x80000021u, kListed, List{{0x3, 0xFFC0003F, 32766, 0}}, 2147418112},
+        {0x80000021u, kListed, List{{0x3, 0xFFC0003F, 32767, 0}}, INT32_MAX},
+        {0x80000021u, kListed, List{{0x3, 0xFFFFFFFF, 0xFFFFFFFF, 0}}, INT32_MAX},
+        {0x80000021u, kListed, List{data32K, unified2M, data32K}, 2 << 20},
+        {0x80000021u, kListed, decreasing, 0x1001 * 8 * 64}}) {
+    const lumref::ExtendedLeaves x{top, x1Ecx, {0, 0, x6Ecx, x6Edx}, list};
+    EXPECT_EQ(extendedReading(x), want)
+        << std::hex << top << " " << x1Ecx << " list of " << list.size();
   }
+  // The list wins where leaf 0x80000006 describes a smaller cache too.
+  EXPECT_EQ(extendedReading({0x80000021u, kListed, {0, 0, 0x02000000u, 0}, family25}), 32 << 20);
 }
 
 // The cache the streaming choice takes: the query's where it succeeds, the extended leaf's where

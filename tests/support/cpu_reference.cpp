@@ -9,6 +9,10 @@ namespace lumref {
 
 namespace {
 uint32_t bit(uint32_t v, int n) { return (v >> n) & 1u; }
+// Bits hi..lo of v.
+uint32_t field(uint32_t v, int hi, int lo) {
+  return uint32_t((uint64_t(v) >> lo) & ((uint64_t(1) << (hi - lo + 1)) - 1));
+}
 }  // namespace
 
 Leaves readLeaves(void (*cpuid)(uint32_t regs[4], uint32_t leaf)) {
@@ -139,11 +143,27 @@ int cacheStatus(const Leaves& s, int* size) {
   return *size = found, 0;
 }
 
-int extendedCacheSize(uint32_t highestExtendedLeaf, const uint32_t leaf[4]) {
-  if (highestExtendedLeaf < 0x80000006u || highestExtendedLeaf > 0x8000FFFFu) return 0;
-  const uint64_t level2 = uint64_t(leaf[2] >> 16) * 1024,
-                 level3 = uint64_t(leaf[3] >> 18) * 512 * 1024;
-  return int(std::min<uint64_t>(std::max(level2, level3), INT32_MAX));
+uint64_t listedCacheSize(const std::array<uint32_t, 4>& entry) {
+  const uint32_t type = field(entry[0], 4, 0);
+  if (type != 1 && type != 3) return 0;
+  // Up to 64 significant bits, all of which the x87 extended format holds.
+  const long double size = (field(entry[1], 31, 22) + 1.0L) * (field(entry[1], 21, 12) + 1.0L) *
+                           (field(entry[1], 11, 0) + 1.0L) * (entry[2] + 1.0L);
+  return size >= 0x1p63L ? UINT64_MAX : uint64_t(size);
+}
+
+int extendedCacheSize(const ExtendedLeaves& x) {
+  if (x.highest < 0x80000006u || x.highest > 0x8000FFFFu) return 0;
+  uint64_t largest = 0;
+  if (x.highest >= 0x8000001Du && bit(x.x1Ecx, 22))
+    for (const auto& entry : x.cacheList) {
+      if (field(entry[0], 4, 0) == 0) break;
+      largest = std::max(largest, listedCacheSize(entry));
+    }
+  if (largest == 0)
+    largest = std::max(uint64_t(field(x.x6[2], 31, 16)) * 1024,
+                       uint64_t(field(x.x6[3], 31, 18)) * 512 * 1024);
+  return int(std::min<uint64_t>(largest, INT32_MAX));
 }
 
 }  // namespace lumref

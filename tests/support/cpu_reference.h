@@ -6,7 +6,9 @@
 
 #include <stdint.h>
 
+#include <array>
 #include <string>
+#include <vector>
 
 namespace lumref {
 
@@ -26,11 +28,22 @@ std::string queryMismatches(const Leaves& s);
 int descriptorSize(uint8_t byte);
 int leaf2CacheSize(const uint32_t leaf2[4]);
 int cacheStatus(const Leaves& s, int* size);
-// The largest cache the extended leaf 0x80000006 describes, in bytes (at
-// most INT32_MAX): the level-2 cache in KiB in ECX bits 31..16, the level-3
-// cache in units of 512 KiB in EDX bits 31..18; 0 where the highest
-// extended leaf (EAX of 0x80000000) is not 0x80000006..0x8000FFFF.
-int extendedCacheSize(uint32_t highestExtendedLeaf, const uint32_t leaf[4]);
+// The extended leaves the largest-cache reading looks at: the highest
+// extended leaf (EAX of 0x80000000), ECX of 0x80000001, leaf 0x80000006,
+// and the sub-leaves of 0x8000001D from 0 on (those not given read as zeros).
+struct ExtendedLeaves {
+  uint32_t highest, x1Ecx, x6[4];
+  std::vector<std::array<uint32_t, 4>> cacheList;
+};
+// The size in bytes of one cache of the 0x8000001D list (UINT64_MAX from
+// 2^63 on), 0 for an entry that is no data or unified cache; and the largest cache the extended
+// leaves describe, at most INT32_MAX: where 0x80000001 ECX bit 22 is set and the highest leaf
+// reaches 0x8000001D, the largest data or unified cache of the list up to its first entry of type
+// 0; where that names none, the larger of 0x80000006's level-2 cache in KiB (ECX bits 31..16) and
+// level-3 cache in units of 512 KiB (EDX bits 31..18); 0 where the highest extended leaf is not
+// 0x80000006..0x8000FFFF.
+uint64_t listedCacheSize(const std::array<uint32_t, 4>& entry);
+int extendedCacheSize(const ExtendedLeaves& x);
 
 }  // namespace lumref
 

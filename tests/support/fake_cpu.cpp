@@ -22,11 +22,26 @@ FakeCpu::FakeCpu(const CpuLeaves& l) : leaves(l) {
   g_cpu = this;  // one at a time
   ownCpuidHook = [](Lum32u regs[4], Lum32u leaf, Lum32u subLeaf) {
     g_cpu->blindReads += !g_cpu->hasCpuid;
+    const auto sub = g_cpu->subLeaves.find({leaf, subLeaf});
     const auto it = g_cpu->leaves.find(leaf);
-    const CpuRegs r = it != g_cpu->leaves.end() && subLeaf == 0 ? it->second : CpuRegs();
+    const CpuRegs r = sub != g_cpu->subLeaves.end()               ? sub->second
+                      : it != g_cpu->leaves.end() && subLeaf == 0 ? it->second
+                                                                  : CpuRegs();
     regs[0] = r.eax, regs[1] = r.ebx, regs[2] = r.ecx, regs[3] = r.edx;
   };
   ownHasCpuidHook = [] { return g_cpu->hasCpuid ? 1 : 0; };
+}
+
+void describeExtendedLeaves(FakeCpu& cpu, const lumref::ExtendedLeaves& x) {
+  cpu.leaves = cpuLeaves("OtherVendorX");
+  cpu.leaves[0x80000000u] = {x.highest, 0, 0, 0};
+  cpu.leaves[0x80000001u] = {0, 0, x.x1Ecx, 0};
+  cpu.leaves[0x80000006u] = {x.x6[0], x.x6[1], x.x6[2], x.x6[3]};
+  cpu.subLeaves.clear();
+  for (Lum32u i = 0; i < x.cacheList.size(); ++i) {
+    const auto& e = x.cacheList[i];
+    cpu.subLeaves[{0x8000001Du, i}] = {e[0], e[1], e[2], e[3]};
+  }
 }
 
 FakeCpu::~FakeCpu() { ownCpuidHook = nullptr, ownHasCpuidHook = nullptr, g_cpu = nullptr; }

@@ -1,13 +1,16 @@
 // A made-up processor for the identification and cache tests, installed
 // through the library's test hooks while a FakeCpu lives: CPUID answers from
-// `leaves` (sub-leaf 0; anything else reads as zeros), the CPUID check finds
+// `subLeaves` where it holds the leaf and sub-leaf asked, else from `leaves`
+// for sub-leaf 0; anything else reads as zeros. The CPUID check finds
 // `hasCpuid`, and `blindReads` counts CPUID executed while it is false.
 #ifndef LUM_TESTS_SUPPORT_FAKE_CPU_H
 #define LUM_TESTS_SUPPORT_FAKE_CPU_H
 
 #include <map>
+#include <utility>
 
 #include "lum.h"
+#include "support/cpu_reference.h"
 
 namespace lumtest {
 
@@ -15,6 +18,7 @@ struct CpuRegs {
   Lum32u eax = 0, ebx = 0, ecx = 0, edx = 0;
 };
 using CpuLeaves = std::map<Lum32u, CpuRegs>;
+using CpuSubLeaves = std::map<std::pair<Lum32u, Lum32u>, CpuRegs>;
 
 // Leaf 0 with a vendor string of twelve characters and the highest basic
 // leaf, and 0x80000001 as the highest extended leaf.
@@ -24,9 +28,15 @@ struct FakeCpu {
   explicit FakeCpu(const CpuLeaves& l);
   ~FakeCpu();
   CpuLeaves leaves;
+  CpuSubLeaves subLeaves;
   bool hasCpuid = true;
   int blindReads = 0;
 };
+
+// Leaf 0 of a vendor the cache query does not know, and the extended leaves
+// `x`, sub-leaves of the cache list included.
+struct FakeCpu;
+void describeExtendedLeaves(FakeCpu& cpu, const lumref::ExtendedLeaves& x);
 
 }  // namespace lumtest
 

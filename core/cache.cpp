@@ -64,9 +64,9 @@ long long largestListedCache() {
     const unsigned long long partitions = ((r[1] >> 12) & 0x3FFu) + 1;
     const unsigned long long lineBytes = (r[1] & 0xFFFu) + 1;
     const unsigned long long sets = static_cast<unsigned long long>(r[2]) + 1;
-    // Each count is at most 2^32 and all four may overflow 64 bits; the
-    // first three (at most 2^32 together) bound the sets that stay within
-    // the answer's bound.
+    // The four counts may multiply to 2^64, past 64 bits: ways x
+    // partitions x line bytes (2^32 at most) tells how many sets stay
+    // within the answer's bound before the sets multiply it.
     const unsigned long long lineGroup = ways * partitions * lineBytes;
     const long long size =
         static_cast<long long>(sets > kCap / lineGroup ? kCap : lineGroup * sets);

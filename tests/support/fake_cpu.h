@@ -33,9 +33,8 @@ struct FakeCpu {
   int blindReads = 0;
 };
 
-// Leaf 0 of a vendor the cache query does not know, and the extended leaves
-// `x`, sub-leaves of the cache list included.
-struct FakeCpu;
+// Makes `cpu` a processor of a vendor the cache query does not know, with
+// the extended leaves `x` (the cache list's sub-leaves included).
 void describeExtendedLeaves(FakeCpu& cpu, const lumref::ExtendedLeaves& x);
 
 }  // namespace lumtest

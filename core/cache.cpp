@@ -49,11 +49,11 @@ constexpr Lum32u kExtEcxCacheList = 1u << 22;
 // should a processor never answer with the end of the list.
 constexpr Lum32u kCacheListMax = 16;
 
-// Size in bytes of the largest data or unified cache of the list, 0 where it
-// names none. Instruction caches hold no pixels.
-long long largestListedCache() {
-  long long largest = 0;
-  constexpr unsigned long long kCap = INT_MAX;  // the answer's bound
+// Size in bytes of the largest data or unified cache of the list, at most
+// INT_MAX; 0 where it names none. Instruction caches hold no pixels.
+int largestListedCache() {
+  constexpr unsigned long long kCap = INT_MAX;
+  unsigned long long largest = 0;
   for (Lum32u sub = 0; sub < kCacheListMax; ++sub) {
     Lum32u r[4];
     ownGetReg(r, kCacheListLeaf, sub);
@@ -66,13 +66,12 @@ long long largestListedCache() {
     const unsigned long long sets = static_cast<unsigned long long>(r[2]) + 1;
     // The four counts may multiply to 2^64, past 64 bits: ways x
     // partitions x line bytes (2^32 at most) tells how many sets stay
-    // within the answer's bound before the sets multiply it.
+    // within the cap before the sets multiply it.
     const unsigned long long lineGroup = ways * partitions * lineBytes;
-    const long long size =
-        static_cast<long long>(sets > kCap / lineGroup ? kCap : lineGroup * sets);
+    const unsigned long long size = sets > kCap / lineGroup ? kCap : lineGroup * sets;
     if (size > largest) largest = size;
   }
-  return largest;
+  return static_cast<int>(largest);
 }
 
 }  // namespace
@@ -118,17 +117,15 @@ int ownGetExtendedCacheSize(void) {
   // 0x80000000, or with its basic leaves' contents.
   const Lum32u highest = r[0];
   if ((highest & 0xFFFF0000u) != 0x80000000u || highest < 0x80000006u) return 0;
-  long long largest = 0;
   if (highest >= kCacheListLeaf) {
     ownGetReg(r, 0x80000001u, 0);
-    if (r[2] & kExtEcxCacheList) largest = largestListedCache();
+    const int listed = (r[2] & kExtEcxCacheList) ? largestListedCache() : 0;
+    if (listed > 0) return listed;
   }
-  if (largest == 0) {
-    ownGetReg(r, 0x80000006u, 0);
-    const long long level2 = static_cast<long long>(r[2] >> 16) << 10;
-    const long long level3 = static_cast<long long>(r[3] >> 18) << 19;
-    largest = level2 > level3 ? level2 : level3;
-  }
+  ownGetReg(r, 0x80000006u, 0);
+  const long long level2 = static_cast<long long>(r[2] >> 16) << 10;
+  const long long level3 = static_cast<long long>(r[3] >> 18) << 19;
+  const long long largest = level2 > level3 ? level2 : level3;
   return largest > INT_MAX ? INT_MAX : static_cast<int>(largest);
 }
 

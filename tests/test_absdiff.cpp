@@ -36,10 +36,7 @@ struct CacheScope {
         }()) {
     ownResetCacheState();
   }
-  explicit CacheScope(const lumref::ExtendedLeaves& x) : cpu({}) {
-    describeExtendedLeaves(cpu, x);
-    ownResetCacheState();
-  }
+  explicit CacheScope(const lumref::ExtendedLeaves& x) : cpu(x) { ownResetCacheState(); }
   CacheScope(Lum32u topExtendedLeaf, Lum32u ecx, Lum32u edx)
       : CacheScope(lumref::ExtendedLeaves{topExtendedLeaf, 0, {0, 0, ecx, edx}, {}}) {}
   ~CacheScope() { ownResetCacheState(); }

@@ -91,8 +91,7 @@ TEST(CacheSize, WorkedOutOnceOnTheFirstCallWithAPointer) {
 int extendedReading(const lumref::ExtendedLeaves& x) {
   int size = -1;
   for (bool hasCpuid : {true, false}) {
-    FakeCpu cpu({});
-    lumtest::describeExtendedLeaves(cpu, x);
+    FakeCpu cpu(x);
     cpu.hasCpuid = hasCpuid;
     const int got = ownGetExtendedCacheSize();
     EXPECT_EQ(got, hasCpuid ? lumref::extendedCacheSize(x) : 0)

@@ -13,6 +13,16 @@ uint32_t bit(uint32_t v, int n) { return (v >> n) & 1u; }
 uint32_t field(uint32_t v, int hi, int lo) {
   return uint32_t((uint64_t(v) >> lo) & ((uint64_t(1) << (hi - lo + 1)) - 1));
 }
+// One cache of the 0x8000001D list, 0 for an entry that is no data or
+// unified cache, UINT64_MAX from 2^63 on.
+uint64_t listedCacheSize(const std::array<uint32_t, 4>& entry) {
+  const uint32_t type = field(entry[0], 4, 0);
+  if (type != 1 && type != 3) return 0;
+  // Up to 64 significant bits, all of which the x87 extended format holds.
+  const long double size = (field(entry[1], 31, 22) + 1.0L) * (field(entry[1], 21, 12) + 1.0L) *
+                           (field(entry[1], 11, 0) + 1.0L) * (entry[2] + 1.0L);
+  return size >= 0x1p63L ? UINT64_MAX : uint64_t(size);
+}
 }  // namespace
 
 Leaves readLeaves(void (*cpuid)(uint32_t regs[4], uint32_t leaf)) {
@@ -141,15 +151,6 @@ int cacheStatus(const Leaves& s, int* size) {
   const int found = leaf2CacheSize(s.l2);
   if (found < 0) return 37;
   return *size = found, 0;
-}
-
-uint64_t listedCacheSize(const std::array<uint32_t, 4>& entry) {
-  const uint32_t type = field(entry[0], 4, 0);
-  if (type != 1 && type != 3) return 0;
-  // Up to 64 significant bits, all of which the x87 extended format holds.
-  const long double size = (field(entry[1], 31, 22) + 1.0L) * (field(entry[1], 21, 12) + 1.0L) *
-                           (field(entry[1], 11, 0) + 1.0L) * (entry[2] + 1.0L);
-  return size >= 0x1p63L ? UINT64_MAX : uint64_t(size);
 }
 
 int extendedCacheSize(const ExtendedLeaves& x) {

@@ -35,14 +35,14 @@ struct ExtendedLeaves {
   uint32_t highest, x1Ecx, x6[4];
   std::vector<std::array<uint32_t, 4>> cacheList;
 };
-// The size in bytes of one cache of the 0x8000001D list (UINT64_MAX from
-// 2^63 on), 0 for an entry that is no data or unified cache; and the largest cache the extended
-// leaves describe, at most INT32_MAX: where 0x80000001 ECX bit 22 is set and the highest leaf
-// reaches 0x8000001D, the largest data or unified cache of the list up to its first entry of type
-// 0; where that names none, the larger of 0x80000006's level-2 cache in KiB (ECX bits 31..16) and
-// level-3 cache in units of 512 KiB (EDX bits 31..18); 0 where the highest extended leaf is not
+// The largest cache the extended leaves describe, in bytes, at most
+// INT32_MAX: where 0x80000001 ECX bit 22 is set and the highest leaf reaches
+// 0x8000001D, the largest data or unified cache of the list up to its first
+// entry of type 0 (ways x partitions x line bytes x sets, each field one
+// less than its count); where that names none, the larger of 0x80000006's
+// level-2 cache in KiB (ECX bits 31..16) and level-3 cache in units of
+// 512 KiB (EDX bits 31..18); 0 where the highest extended leaf is not
 // 0x80000006..0x8000FFFF.
-uint64_t listedCacheSize(const std::array<uint32_t, 4>& entry);
 int extendedCacheSize(const ExtendedLeaves& x);
 
 }  // namespace lumref

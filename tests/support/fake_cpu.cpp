@@ -32,15 +32,13 @@ FakeCpu::FakeCpu(const CpuLeaves& l) : leaves(l) {
   ownHasCpuidHook = [] { return g_cpu->hasCpuid ? 1 : 0; };
 }
 
-void describeExtendedLeaves(FakeCpu& cpu, const lumref::ExtendedLeaves& x) {
-  cpu.leaves = cpuLeaves("OtherVendorX");
-  cpu.leaves[0x80000000u] = {x.highest, 0, 0, 0};
-  cpu.leaves[0x80000001u] = {0, 0, x.x1Ecx, 0};
-  cpu.leaves[0x80000006u] = {x.x6[0], x.x6[1], x.x6[2], x.x6[3]};
-  cpu.subLeaves.clear();
+FakeCpu::FakeCpu(const lumref::ExtendedLeaves& x) : FakeCpu(cpuLeaves("OtherVendorX")) {
+  leaves[0x80000000u] = {x.highest, 0, 0, 0};
+  leaves[0x80000001u] = {0, 0, x.x1Ecx, 0};
+  leaves[0x80000006u] = {x.x6[0], x.x6[1], x.x6[2], x.x6[3]};
   for (Lum32u i = 0; i < x.cacheList.size(); ++i) {
     const auto& e = x.cacheList[i];
-    cpu.subLeaves[{0x8000001Du, i}] = {e[0], e[1], e[2], e[3]};
+    subLeaves[{0x8000001Du, i}] = {e[0], e[1], e[2], e[3]};
   }
 }
 

@@ -26,16 +26,15 @@ CpuLeaves cpuLeaves(const char* vendor = "GenuineTorva", Lum32u maxLeaf = 4);
 
 struct FakeCpu {
   explicit FakeCpu(const CpuLeaves& l);
+  // A processor of a vendor the cache query does not know, with the
+  // extended leaves `x` (the cache list's sub-leaves included).
+  explicit FakeCpu(const lumref::ExtendedLeaves& x);
   ~FakeCpu();
   CpuLeaves leaves;
   CpuSubLeaves subLeaves;
   bool hasCpuid = true;
   int blindReads = 0;
 };
-
-// Makes `cpu` a processor of a vendor the cache query does not know, with
-// the extended leaves `x` (the cache list's sub-leaves included).
-void describeExtendedLeaves(FakeCpu& cpu, const lumref::ExtendedLeaves& x);
 
 }  // namespace lumtest
 
